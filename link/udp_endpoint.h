@@ -10,13 +10,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
 
 struct TelemetryState;
 
 // Where the status goes, whoever sends commands. Written before the threads that read it start.
 struct MainAppTarget {
-    std::string host;  // IPv4 dotted text
+    const char*
+        host;  // IPv4 dotted text, a private copy (heap), never released: threads read it until the end
     std::uint16_t port;
     TelemetryState* telemetry;
 };
