@@ -1,0 +1,57 @@
+// The two checksums of the link packet. All of it can run at compile time, so packet templates are summed
+// there.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace link_crc {
+
+// One entry for each byte value: its remainder after eight steps, least-significant bit first.
+template <typename Sum>
+constexpr std::array<Sum, 256> make_table(Sum reflected_polynomial) {
+    std::array<Sum, 256> table{};
+    for (std::size_t value = 0; value < table.size(); ++value) {
+        auto sum = static_cast<Sum>(value);
+        for (int bit = 0; bit < 8; ++bit) {
+            const Sum shifted = static_cast<Sum>(sum >> 1);
+            sum = (sum & 1) != 0 ? static_cast<Sum>(shifted ^ reflected_polynomial) : shifted;
+        }
+        table[value] = sum;
+    }
+    return table;
+}
+
+inline constexpr auto table8 = make_table<std::uint8_t>(0x8C);
+inline constexpr auto table16 = make_table<std::uint16_t>(0x8408);
+static_assert(table8[1] == 0x5E && table8[128] == 0x8C);
+static_assert(table16[1] == 0x1189 && table16[128] == 0x8408);
+
+inline constexpr std::uint8_t initial8 = 0x77;
+inline constexpr std::uint16_t initial16 = 0x3692;
+
+}  // namespace link_crc
+
+// CRC-8 with polynomial 0x31, least-significant bit first: CRC-8/MAXIM but for the initial value. The header
+// sum.
+constexpr std::uint8_t link_crc8(std::span<const std::uint8_t> bytes,
+                                 std::uint8_t initial = link_crc::initial8) {
+    std::uint8_t sum = initial;
+    for (const std::uint8_t byte : bytes) {
+        sum = link_crc::table8[sum ^ byte];
+    }
+    return sum;
+}
+
+// CRC-16 with polynomial 0x1021, least-significant bit first: CRC-16/KERMIT but for the initial value. The
+// packet sum.
+constexpr std::uint16_t link_crc16(std::span<const std::uint8_t> bytes,
+                                   std::uint16_t initial = link_crc::initial16) {
+    std::uint16_t sum = initial;
+    for (const std::uint8_t byte : bytes) {
+        sum = static_cast<std::uint16_t>(link_crc::table16[(sum ^ byte) & 0xFF] ^ (sum >> 8));
+    }
+    return sum;
+}
