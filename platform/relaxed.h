@@ -20,6 +20,14 @@ void store_relaxed(Field& field, std::type_identity_t<Field> value) {
     std::atomic_ref<Field>(field).store(value, std::memory_order_relaxed);
 }
 
+// For fields that another process reads in the order in which they are written: what was written before is
+// seen once this value is.
+template <typename Field>
+void store_release(Field& field, std::type_identity_t<Field> value) {
+    static_assert(std::is_trivially_copyable_v<Field>);
+    std::atomic_ref<Field>(field).store(value, std::memory_order_release);
+}
+
 // Stores a text into a fixed-size text field, cut to its capacity and always terminated.
 template <std::size_t capacity>
 void store_text(char (&field)[capacity], const char* text) {
