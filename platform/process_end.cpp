@@ -11,6 +11,8 @@ std::atomic_flag claimed = ATOMIC_FLAG_INIT;
 
 void claim_process_end() {
     if (claimed.test_and_set()) {
+        // The thread that is ending the process may wait for this one to be gone.
+        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
         for (;;) {
             pause();
         }
