@@ -24,9 +24,10 @@ struct MainAppTarget {
 // The one record of the process.
 MainAppTarget& main_app_target();
 
-constexpr std::size_t datagram_capacity = 10'000;
+constexpr std::size_t datagram_capacity = 10'000;  // a longer datagram is cut to this
 
-// Handler of one datagram: the received bytes, and their source.
+// Handler of one datagram: the received bytes, and their source. A zero byte stands behind the received ones,
+// whatever their number, so they can be read as a text.
 using DatagramHandler = void (*)(std::span<const std::uint8_t> datagram, const char* peer_host,
                                  std::uint16_t peer_port);
 using PeerHandler = void (*)();
@@ -40,8 +41,9 @@ struct UdpHandlers {
 };
 
 // Opens the command socket on any address and the given port (0: the kernel chooses) and starts its reader
-// thread. timeout_ms is the silence after which the peer counts as lost; clear_before_read zeroes the receive
-// buffer before each receive. Returns 0, or -1 when the socket can't be created or bound. Main thread, once.
+// thread, which ends the process with code 3 when a receive fails or gives an empty datagram. timeout_ms is
+// the silence after which the peer counts as lost; clear_before_read zeroes the receive buffer before each
+// receive. Returns 0, or -1 when the socket can't be created or bound. Main thread, once.
 int udp_endpoint_open(std::uint16_t port, std::uint32_t timeout_ms, bool clear_before_read,
                       const UdpHandlers& handlers);
 
