@@ -25,9 +25,25 @@ constexpr std::array<Sum, 256> make_table(Sum reflected_polynomial) {
 }
 
 inline constexpr auto table8 = make_table<std::uint8_t>(0x8C);
-inline constexpr auto table16 = make_table<std::uint16_t>(0x8408);
 static_assert(table8[1] == 0x5E && table8[128] == 0x8C);
-static_assert(table16[1] == 0x1189 && table16[128] == 0x8408);
+
+// Table k is the remainder of a byte with k more bytes behind it, so that eight bytes are looked up side by
+// side instead of each waiting for the one before.
+constexpr std::size_t slice_size = 8;
+
+constexpr std::array<std::array<std::uint16_t, 256>, slice_size> make_slice_tables() {
+    std::array<std::array<std::uint16_t, 256>, slice_size> tables{make_table<std::uint16_t>(0x8408)};
+    for (std::size_t k = 1; k < tables.size(); ++k) {
+        for (std::size_t value = 0; value < tables[k].size(); ++value) {
+            const std::uint16_t sum = tables[k - 1][value];
+            tables[k][value] = static_cast<std::uint16_t>(tables[0][sum & 0xFF] ^ (sum >> 8));
+        }
+    }
+    return tables;
+}
+
+inline constexpr auto tables16 = make_slice_tables();
+static_assert(tables16[0][1] == 0x1189 && tables16[0][128] == 0x8408);
 
 inline constexpr std::uint8_t initial8 = 0x77;
 inline constexpr std::uint16_t initial16 = 0x3692;
@@ -49,9 +65,15 @@ constexpr std::uint8_t link_crc8(std::span<const std::uint8_t> bytes,
 // packet sum.
 constexpr std::uint16_t link_crc16(std::span<const std::uint8_t> bytes,
                                    std::uint16_t initial = link_crc::initial16) {
+    const auto& table = link_crc::tables16;
     std::uint16_t sum = initial;
+    for (; bytes.size() >= link_crc::slice_size; bytes = bytes.subspan(link_crc::slice_size)) {
+        sum = static_cast<std::uint16_t>(table[7][(sum ^ bytes[0]) & 0xFF] ^ table[6][(sum >> 8) ^ bytes[1]] ^
+                                         table[5][bytes[2]] ^ table[4][bytes[3]] ^ table[3][bytes[4]] ^
+                                         table[2][bytes[5]] ^ table[1][bytes[6]] ^ table[0][bytes[7]]);
+    }
     for (const std::uint8_t byte : bytes) {
-        sum = static_cast<std::uint16_t>(link_crc::table16[(sum ^ byte) & 0xFF] ^ (sum >> 8));
+        sum = static_cast<std::uint16_t>(table[0][(sum ^ byte) & 0xFF] ^ (sum >> 8));
     }
     return sum;
 }

@@ -43,13 +43,16 @@ std::size_t find_sync(std::span<const std::uint8_t> bytes) {
 }
 
 void dump_frame(std::span<const std::uint8_t> frame) {
-    std::array<char, 64 + dump_size * 5> text;
-    int length = std::snprintf(text.data(), text.size(),
-                               "\n\nSOMETHING WRONG: %d bytes: ", static_cast<int>(frame.size()));
+    constexpr const char* digits = "0123456789ABCDEF";
+    std::array<char, dump_size * 5 + 1> text{};
+    char* next = text.data();
     for (const std::uint8_t byte : frame.first(std::min(frame.size(), dump_size))) {
-        length += std::snprintf(&text[static_cast<std::size_t>(length)], 6, "0x%02X,", byte);
+        for (const char character : {'0', 'x', digits[byte >> 4], digits[byte & 0xF], ','}) {
+            *next++ = character;
+        }
     }
-    std::fprintf(stderr, "%s\n\n\n", text.data());
+    std::fprintf(stderr, "\n\nSOMETHING WRONG: %d bytes: %s\n\n\n", static_cast<int>(frame.size()),
+                 text.data());
 }
 
 void dispatch_frame(std::span<const std::uint8_t> frame) {
