@@ -1,6 +1,8 @@
 // The control endpoint: the kernel's events, and the answers to the standard requests that it leaves to us. A
 // data stage is a write; a request without one is acknowledged by an empty read; an empty transfer against
 // the request's direction stalls it.
+#include "usb/libusb-gadget/usb-gadget.h"
+
 #include <endian.h>
 #include <linux/usb/gadgetfs.h>
 #include <sys/ioctl.h>
