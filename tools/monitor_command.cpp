@@ -1,0 +1,156 @@
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "tools/exit_codes.h"
+#include "tools/monitor_screen.h"
+#include "tools/monitor_state.h"
+#include "tools/play_report.h"
+#include "tools/script_player.h"
+#include "tools/seconds.h"
+#include "tools/service_link.h"
+#include "tools/stop_signal.h"
+#include "tools/subcommands.h"
+#include "tools/video_feed.h"
+
+namespace ctl {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto pass_interval = 20ms;
+constexpr auto redraw_interval = 200ms;
+constexpr auto line_interval = 1s;
+// The service takes a main application for lost after a second without a datagram from it.
+constexpr auto presence_interval = 500ms;
+// Rates are taken over this time.
+constexpr auto rate_interval = 1s;
+
+// True once per interval.
+class Every {
+  public:
+    explicit Every(Clock::duration interval) : interval_{interval}, next_{Clock::now() + interval} {}
+    bool due() {
+        const auto now = Clock::now();
+        if (now < next_) {
+            return false;
+        }
+        next_ = std::max(next_ + interval_, now);
+        return true;
+    }
+
+  private:
+    Clock::duration interval_;
+    Clock::time_point next_;
+};
+
+struct Rates {
+    RingTotals then;
+    Clock::time_point time = Clock::now();
+
+    void update(MonitorState& state) {
+        const auto now = Clock::now();
+        const double passed = in_seconds(now - time);
+        state.frames_per_second = static_cast<double>(state.ring.frames - then.frames) / passed;
+        state.bits_per_second = static_cast<double>(state.ring.bytes - then.bytes) * 8 / passed;
+        then = state.ring;
+        time = now;
+    }
+};
+
+bool has_terminal() {
+    const char* terminal = std::getenv("TERM");
+    return isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1 && terminal != nullptr &&
+           std::strcmp(terminal, "dumb") != 0;
+}
+
+void print_line(const std::string& text) {
+    std::puts(text.c_str());
+    std::fflush(stdout);
+}
+
+int script_code(const ScriptPlayer& player) {
+    bool all = player.played().size() == player.command_count();
+    for (const PlayedCommand& played : player.played()) {
+        all = all && (played.outcome == Outcome::confirmed || played.outcome == Outcome::not_reported);
+    }
+    return all ? done : not_confirmed;
+}
+
+}  // namespace
+
+int run_monitor(const BoardOptions& board, const MonitorOptions& options) {
+    ScriptPlayer player;
+    if (!options.play.empty()) {
+        if (const std::string problem = player.load(options.play); !problem.empty()) {
+            std::fprintf(stderr, "ardenvue-ctl: %s\n", problem.c_str());
+            return bad_usage;
+        }
+        player.set_patience(seconds(options.wait));
+    }
+    ServiceLink link;
+    if (const int code = link.open(board.address, board.status_port); code != done) {
+        std::fprintf(stderr, "ardenvue-ctl: %s\n", link.problem().c_str());
+        return code;
+    }
+    VideoFeed video{board.ring_name, board.run_dir};
+    MonitorState state;
+    state.player = options.play.empty() ? nullptr : &player;
+    std::optional<MonitorScreen> screen;
+    if (!options.lines && has_terminal()) {
+        screen.emplace();
+    }
+    const auto start = Clock::now();
+    const auto end = options.seconds > 0 ? start + seconds(options.seconds) : Clock::time_point::max();
+    Every redraw{redraw_interval};
+    Every line{line_interval};
+    Every presence{presence_interval};
+    Every rate{rate_interval};
+    Rates rates;
+    while (!stop_requested() && Clock::now() < end) {
+        link.wait(state.view, Clock::now() + pass_interval);
+        link.drain(state.view);
+        video.poll();
+        state.running_seconds = in_seconds(Clock::now() - start);
+        state.link_up = link.up();
+        state.service = link.knows_service() ? link.service_name() : "";
+        state.ring = video.totals();
+        state.ring_problem = video.open() ? "" : video.problem();
+        if (rate.due()) {
+            rates.update(state);
+            state.picture_size = video.picture_size();
+        }
+        if (presence.due()) {
+            link.send_command("{}");
+        }
+        if (state.player != nullptr && player.step(link, state.view) && !screen) {
+            print_line(played_text(player.played().back()));
+        }
+        if (screen && redraw.due()) {
+            screen->draw(state);
+        }
+        if (screen ? screen->quit_requested() : line.due() && (print_line(summary_line(state)), false)) {
+            break;
+        }
+        if (state.player != nullptr && options.seconds <= 0 && player.finished()) {
+            break;
+        }
+    }
+    screen.reset();
+    state.picture_size = video.picture_size();
+    if (!options.report.empty() && !write_report(options.report, state, link, video, start)) {
+        std::fprintf(stderr, "ardenvue-ctl: can't write %s: %s\n", options.report.c_str(),
+                     std::strerror(errno));
+        return unusable;
+    }
+    if (state.player != nullptr) {
+        return script_code(player);
+    }
+    return link.totals().lines > 0 ? done : silent;
+}
+
+}  // namespace ctl
