@@ -59,6 +59,11 @@ class Cable {
     // The next packet that the device wrote to the IN endpoint; none when the time is up or the device is
     // gone.
     virtual std::optional<Bytes> bulk_in(Milliseconds timeout) = 0;
+
+    // What the device told its kernel, where the transport can see it: the device configuration, and that of
+    // each data endpoint in the order of opening.
+    virtual std::optional<Bytes> device_configuration() { return std::nullopt; }
+    virtual std::vector<Bytes> endpoint_configurations() { return {}; }
 };
 
 }  // namespace sim

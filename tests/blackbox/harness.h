@@ -1,0 +1,287 @@
+// The service as it is shipped, on a simulated board of its own: what black-box tests are written on.
+//
+//     TEST(Relay, PassesTheStreamOn) {
+//         Service service;                      // starts it; EXPECTs nothing yet
+//         service.stream();                     // enumerates, sends the first bytes, keeps the link alive
+//         service.send(frame);                  // whole stream frames to the OUT endpoint
+//         service.command(R"({"cmd":…})");      // a datagram of the main application, "!" put in front
+//         EXPECT_EQ(service.next_packet(), expected);       // what came out of the IN endpoint
+//         EXPECT_TRUE(service.said("Client connected"));    // on the standard error stream
+//         EXPECT_EQ(service.end_code(), 3);                 // waits for the end
+//     }
+//
+// A start costs about a second and a half, so a fixture shares one service among its cases where it can. The
+// service ends itself when nothing streams for 5 s: keep-alive frames are sent in between, and flush what was
+// sent before them, since the service handles a frame when one byte more has arrived.
+#pragma once
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "sim/board.h"
+#include "sim/host.h"
+
+namespace blackbox {
+
+using sim::Bytes;
+using sim::Milliseconds;
+
+// Long enough for a sanitized build on a machine that does much else; nothing waits that long when all is
+// well.
+constexpr Milliseconds patience{20'000};
+
+// Waits for a condition that nothing announces; false when it never held.
+inline bool eventually(const std::function<bool()>& condition, Milliseconds timeout = patience) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(Milliseconds{2});
+    }
+    return true;
+}
+
+// One datagram, with the port it came from.
+struct Datagram {
+    Bytes bytes;
+    std::uint16_t from;
+
+    bool is_status_line() const { return !bytes.empty() && bytes[0] == 0x07; }
+    std::string text() const { return {bytes.begin(), bytes.end()}; }
+};
+
+// A UDP socket of 127.0.0.1 on a port that the kernel chose.
+class UdpSocket {
+  public:
+    UdpSocket() : fd_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)} {
+        sockaddr_in address = loopback(0);
+        socklen_t length = sizeof address;
+        if (fd_ < 0 || bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+            getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+            throw std::runtime_error("no UDP socket");
+        }
+        port_ = ntohs(address.sin_port);
+    }
+    ~UdpSocket() { close(fd_); }
+    UdpSocket(const UdpSocket&) = delete;
+    UdpSocket& operator=(const UdpSocket&) = delete;
+
+    std::uint16_t port() const { return port_; }
+
+    // The next datagram; none in time.
+    std::optional<Datagram> receive(Milliseconds timeout) {
+        pollfd entry{fd_, POLLIN, 0};
+        if (poll(&entry, 1, static_cast<int>(timeout.count())) <= 0) {
+            return std::nullopt;
+        }
+        Datagram datagram{Bytes(65'536), 0};
+        sockaddr_in from{};
+        socklen_t length = sizeof from;
+        const ssize_t count = recvfrom(fd_, datagram.bytes.data(), datagram.bytes.size(), 0,
+                                       reinterpret_cast<sockaddr*>(&from), &length);
+        if (count < 0) {
+            return std::nullopt;
+        }
+        datagram.bytes.resize(static_cast<std::size_t>(count));
+        datagram.from = ntohs(from.sin_port);
+        return datagram;
+    }
+
+    void send(std::span<const std::uint8_t> bytes, std::uint16_t port) {
+        const sockaddr_in to = loopback(port);
+        ASSERT_EQ(
+            sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to),
+            static_cast<ssize_t>(bytes.size()));
+    }
+
+  private:
+    static sockaddr_in loopback(std::uint16_t port) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port);
+        return address;
+    }
+
+    int fd_;
+    std::uint16_t port_ = 0;
+};
+
+// An "I" frame without packets.
+inline const Bytes keep_alive_frame = {0x55, 0xCC, 0x49, 0x57, 0x00, 0x00, 0x00, 0x00};
+
+struct ServiceSetup {
+    sim::BoardOptions board;
+    std::vector<std::string> arguments;    // after "-s PORT" of the main application's socket
+    std::vector<std::string> environment;  // "NAME=value"
+    bool with_port = true;                 // false: the arguments are all there are
+    std::vector<std::string> faults;       // of docs/simulated-board.md, from the start
+};
+
+class Service {
+  public:
+    explicit Service(ServiceSetup setup = {}) : setup_{std::move(setup)}, board_{with_library(setup_.board)} {
+        for (const std::string& fault : setup_.faults) {
+            board_.set_fault(fault);
+        }
+        start();
+    }
+    ~Service() { stop_keep_alive(); }
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    sim::Board& board() { return board_; }
+    sim::BoardCable& cable() { return board_.cable(); }
+
+    // Starts it (again, after it ended) on the same board.
+    void start() {
+        stop_keep_alive();
+        command_port_ = 0;
+        sim::ServiceOptions options{SERVICE_PATH, {}, setup_.environment, ""};
+        if (setup_.with_port) {
+            options.arguments = {"-s", std::to_string(main_application_.port())};
+        }
+        options.arguments.insert(options.arguments.end(), setup_.arguments.begin(), setup_.arguments.end());
+        board_.start(options);
+    }
+
+    // ---- The link to the remote controller ----
+
+    // Enumerates, and waits until the endpoints are open: nothing streams yet.
+    void enumerate(sim::Speed speed = sim::Speed::high) {
+        ASSERT_THAT(sim::enumerate(cable(), speed, patience), testing::IsEmpty()) << board_.errors();
+        ASSERT_TRUE(cable().wait_for_endpoints(patience)) << board_.errors();
+    }
+
+    // Enumerates and streams keep-alive frames from now on.
+    void stream() {
+        ASSERT_NO_FATAL_FAILURE(enumerate());
+        ASSERT_TRUE(send(keep_alive_frame)) << board_.errors();
+        keeping_alive_ = true;
+        keep_alive_ = std::thread{[this] {
+            while (keeping_alive_) {
+                send(keep_alive_frame);
+                std::this_thread::sleep_for(Milliseconds{100});
+            }
+        }};
+    }
+
+    void stop_keep_alive() {
+        keeping_alive_ = false;
+        if (keep_alive_.joinable()) {
+            keep_alive_.join();
+        }
+    }
+
+    // Sends the bytes in packets of 512; returns when the service has read them. Whole frames, while
+    // keep-alive frames are sent in between.
+    bool send(std::span<const std::uint8_t> bytes) {
+        const std::lock_guard lock{sending_};
+        return cable().bulk_out(bytes);
+    }
+
+    // Sends frames, and a keep-alive frame so that the last of them is handled at once.
+    bool send_frames(std::span<const std::uint8_t> frames) {
+        Bytes bytes(frames.begin(), frames.end());
+        bytes.insert(bytes.end(), keep_alive_frame.begin(), keep_alive_frame.end());
+        return send(bytes);
+    }
+
+    // The next packet from the IN endpoint; empty when none came in time.
+    Bytes next_packet(Milliseconds timeout = patience) { return cable().bulk_in(timeout).value_or(Bytes{}); }
+
+    // ---- The main application ----
+
+    UdpSocket& main_application() { return main_application_; }
+
+    // The service's command port, learnt from its first datagram; 0 when none came. Only while it streams.
+    std::uint16_t command_port() {
+        if (command_port_ == 0) {
+            if (const std::optional<Datagram> datagram = main_application_.receive(patience)) {
+                command_port_ = datagram->from;
+            }
+        }
+        return command_port_;
+    }
+
+    // Sends a datagram to the command port, as it is; a command, with the "!" put in front of its JSON text.
+    void datagram(std::span<const std::uint8_t> bytes) { main_application_.send(bytes, command_port()); }
+    void command(std::string_view json) {
+        Bytes bytes(1 + json.size(), '!');
+        std::copy(json.begin(), json.end(), bytes.begin() + 1);
+        datagram(bytes);
+    }
+
+    // The next datagram that passes the test; none in time.
+    std::optional<Datagram> next_datagram(const std::function<bool(const Datagram&)>& wanted,
+                                          Milliseconds timeout = patience) {
+        const auto deadline = std::chrono::steady_clock::now() + timeout;
+        while (std::chrono::steady_clock::now() < deadline) {
+            std::optional<Datagram> datagram = main_application_.receive(Milliseconds{100});
+            if (datagram && wanted(*datagram)) {
+                return datagram;
+            }
+        }
+        return std::nullopt;
+    }
+
+    // The next status line that holds all the pairs ("iso=400,"), as text without its first byte; empty in
+    // time.
+    std::string next_status(const std::vector<std::string>& pairs = {}, Milliseconds timeout = patience) {
+        const auto wanted = [&](const Datagram& datagram) {
+            const std::string text = datagram.text();
+            return datagram.is_status_line() &&
+                   std::all_of(pairs.begin(), pairs.end(),
+                               [&](const std::string& pair) { return text.find(pair) != std::string::npos; });
+        };
+        const std::optional<Datagram> datagram = next_datagram(wanted, timeout);
+        return datagram ? datagram->text().substr(1) : std::string{};
+    }
+
+    // ---- What it says, and its end ----
+
+    // Waits until the text stands on its standard error stream at least so often.
+    bool said(std::string_view text, int times = 1) { return board_.wait_for(text, patience, times); }
+
+    // Waits for its end; the exit code, minus the signal number, or 1000 when it still runs.
+    int end_code(Milliseconds timeout = patience) {
+        const std::optional<sim::Ending> ending = board_.wait_for_end(timeout);
+        return !ending ? 1000 : ending->by_signal ? -ending->code : ending->code;
+    }
+
+  private:
+    static sim::BoardOptions with_library(sim::BoardOptions options) {
+        options.library = BOARD_LIBRARY_PATH;
+        return options;
+    }
+
+    ServiceSetup setup_;
+    UdpSocket main_application_;
+    sim::Board board_;
+    std::mutex sending_;
+    std::atomic<bool> keeping_alive_{false};
+    std::thread keep_alive_;
+    std::uint16_t command_port_ = 0;
+};
+
+}  // namespace blackbox
