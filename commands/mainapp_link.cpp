@@ -33,7 +33,9 @@ void handle_datagram(std::span<const std::uint8_t> datagram, const char*, std::u
 int mainapp_link_start(const char* host, std::uint16_t port) {
     MainAppTarget& target = main_app_target();
     target.telemetry = &get_telemetry_state();
-    start_rc_poller();
+    if (start_rc_poller() != 0) {
+        return -1;
+    }
     local_notify_open();
     target.host = strdup(host);
     target.port = port;
@@ -41,6 +43,5 @@ int mainapp_link_start(const char* host, std::uint16_t port) {
         return -1;
     }
     pthread_t thread{};
-    start_thread(status_thread, thread);
-    return 0;
+    return start_thread(status_thread, thread) == 0 ? 0 : -1;
 }

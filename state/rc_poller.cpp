@@ -94,8 +94,7 @@ int start_rc_poller() {
         poller.mapping = open_rc_raw_state();
     }
     pthread_t thread{};
-    start_thread(rc_poller_thread, thread);
-    return 0;
+    return start_thread(rc_poller_thread, thread) == 0 ? 0 : -1;
 }
 
 void* rc_poller_thread(void*) {

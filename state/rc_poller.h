@@ -14,7 +14,8 @@ enum class MovementMode : std::uint32_t {
 // Chooses what the inputs mean, from the next pass of the gimbal motion thread on. UDP reader thread.
 void set_movement_mode(MovementMode mode);
 
-// Opens "/shared_rc_raw" and starts the gimbal motion thread. Returns 0. Main thread, once.
+// Opens "/shared_rc_raw" and starts the gimbal motion thread. Returns 0, or -1 when the thread can't be
+// started. Main thread, once.
 int start_rc_poller();
 
 // Opens or creates the shared record, with a line that says which. Returns it, or null when it can't be had.
