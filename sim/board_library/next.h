@@ -1,6 +1,6 @@
 // How this library steps in front of libc. A definition made with BOARD_CALL is found before libc's function
 // of the same name; NEXT is the function that the program would have called without this library. The C++
-// names differ, so that libc's own declarations (and their exception specifications) do not clash.
+// names differ, so that libc's own declarations (and their noexcept) do not clash.
 #pragma once
 
 #include <dlfcn.h>

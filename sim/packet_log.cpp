@@ -1,0 +1,23 @@
+#include "sim/packet_log.h"
+
+#include "sim/packet.h"
+
+namespace sim {
+
+bool PacketLog::open(const std::string& path) {
+    file_.reset(std::fopen(path.c_str(), "w"));
+    return file_ != nullptr;
+}
+
+void PacketLog::add(Time time, Direction direction, std::span<const std::uint8_t> packet,
+                    const std::string& meaning) {
+    if (!file_) {
+        return;
+    }
+    const std::lock_guard lock{mutex_};
+    std::fprintf(file_.get(), "%10.3f %s %s | %s\n", std::chrono::duration<double>(time).count(),
+                 direction == Direction::from_remote ? "to device  " : "from device", hex(packet).c_str(),
+                 meaning.c_str());
+}
+
+}  // namespace sim
