@@ -6,7 +6,8 @@ namespace sim {
 
 bool PacketLog::open(const std::string& path) {
     file_.reset(std::fopen(path.c_str(), "w"));
-    return file_ != nullptr;
+    // By lines, so that it can be followed while it grows.
+    return file_ && std::setvbuf(file_.get(), nullptr, _IOLBF, BUFSIZ) == 0;
 }
 
 void PacketLog::add(Time time, Direction direction, std::span<const std::uint8_t> packet,
