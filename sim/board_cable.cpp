@@ -61,29 +61,6 @@ GadgetEvent event_of(std::uint32_t type) {
     return event;
 }
 
-// Waits until everything sent on the connection has been read; false when the time is up or the reader is
-// gone.
-bool wait_until_read(int fd, std::chrono::steady_clock::time_point deadline, const std::atomic<bool>& gone) {
-    for (unsigned round = 0;; ++round) {
-        int unread = 0;
-        if (ioctl(fd, SIOCOUTQ, &unread) != 0 || gone) {
-            return false;
-        }
-        if (unread == 0) {
-            return true;
-        }
-        pollfd peer{fd, 0, 0};
-        if (poll(&peer, 1, 0) > 0 || std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        if (round < 50) {
-            std::this_thread::yield();
-        } else {
-            std::this_thread::sleep_for(std::chrono::microseconds{std::min(50U + round, 1000U)});
-        }
-    }
-}
-
 }  // namespace
 
 GadgetEvent connect_event(Speed speed) {
@@ -118,11 +95,35 @@ struct BoardCable::File {
     bool configured = false;
     Bytes written;  // its configuration
     EndpointConfiguration endpoint{};
-    std::deque<Bytes> writes;       // to an IN endpoint, not yet taken by the host
-    std::atomic<bool> gone{false};  // the cable was pulled since, or the file closed
+    std::deque<Bytes> writes;         // to an IN endpoint, not yet taken by the host
+    std::atomic<bool> gone{false};    // the cable was pulled since, or the file closed
+    std::atomic<bool> unread{false};  // closed with something unread
 
     bool is_open_endpoint(bool in) const {
         return configured && !gone && endpoint.address != 0 && ((endpoint.address & 0x80) != 0) == in;
+    }
+
+    // Waits until everything sent on the connection has been read; false when the time is up, or it never
+    // will be.
+    bool wait_until_read(std::chrono::steady_clock::time_point deadline) const {
+        for (unsigned round = 0;; ++round) {
+            const bool ended = gone;
+            int pending = 0;
+            ioctl(*fd, SIOCOUTQ, &pending);
+            pollfd peer{*fd, 0, 0};
+            const bool closed = poll(&peer, 1, 0) > 0;
+            if (ended || (pending == 0 && !closed)) {
+                return pending == 0 && !unread;
+            }
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            if (round < 50) {
+                std::this_thread::yield();
+            } else {
+                std::this_thread::sleep_for(std::chrono::microseconds{std::min(round, 1000U)});
+            }
+        }
     }
 };
 
@@ -214,6 +215,7 @@ void BoardCable::receive_from(const FilePtr& file) {
     if (count > 0) {
         handle(file, kind, std::span{content}.first(static_cast<std::size_t>(count) - 1));
     } else if (count == 0 || errno != EAGAIN) {
+        file->unread = count < 0;  // ECONNRESET
         close_file(file);
     }
     changed_.notify_all();
@@ -390,7 +392,7 @@ void BoardCable::deliver_event(const GadgetEvent& event, Milliseconds timeout) {
         Event message{};
         std::copy(event.begin(), event.end(), message.record);
         send_message(*device->fd, Kind::event, &message, sizeof message);
-        wait_until_read(*device->fd, std::chrono::steady_clock::now() + timeout, device->gone);
+        device->wait_until_read(std::chrono::steady_clock::now() + timeout);
     }
 }
 
@@ -409,7 +411,7 @@ bool BoardCable::inject(const std::vector<GadgetEvent>& events, Milliseconds tim
         messages[index].can_stall = 1;
     }
     send_message(*device->fd, Kind::forced_event, messages.data(), messages.size() * sizeof(Event));
-    return wait_until_read(*device->fd, std::chrono::steady_clock::now() + timeout, device->gone);
+    return device->wait_until_read(std::chrono::steady_clock::now() + timeout);
 }
 
 ControlResult BoardCable::control(const SetupPacket& setup, Milliseconds timeout) {
@@ -492,11 +494,8 @@ bool BoardCable::bulk_out(std::span<const std::uint8_t> bytes) {
             pollfd room{*file->fd, POLLOUT, 0};
             poll(&room, 1, 20);
         }
-        if (file->gone) {
-            return false;
-        }
     }
-    return wait_until_read(*file->fd, std::chrono::steady_clock::time_point::max(), file->gone);
+    return file->wait_until_read(std::chrono::steady_clock::time_point::max());
 }
 
 bool BoardCable::send_packet(std::span<const std::uint8_t> packet) {

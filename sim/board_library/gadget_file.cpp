@@ -120,13 +120,14 @@ void queue_event(const Event& event, bool as_kernel) {
     control.pending = pending;
 }
 
-// Moves what the cable has sent into the queue; waits when there is nothing at all.
-bool collect_events(int fd) {
+// Moves what the cable has sent into the queue; waits when there is nothing at all, unless flags say not to.
+// False when the cable is gone or the wait was not allowed.
+bool collect_events(int fd, int flags) {
     for (;;) {
         Event events[sim::board_protocol::event_batch];
         Message received{};
         const bool wait = control.pending == 0;
-        if (!receive_message(fd, events, sizeof events, wait ? 0 : MSG_DONTWAIT, received)) {
+        if (!receive_message(fd, events, sizeof events, wait ? flags : MSG_DONTWAIT, received)) {
             return !wait;
         }
         for (std::size_t index = 0; index < received.size / sizeof(Event); ++index) {
@@ -139,7 +140,7 @@ ssize_t read_events(int fd, void* buffer, std::size_t length) {
     if (length < event_size) {
         return fail(EINVAL);
     }
-    if (!collect_events(fd)) {
+    if (!collect_events(fd, 0)) {
         return -1;
     }
     const std::size_t most = std::min(length / event_size, control.pending.load());
@@ -174,9 +175,22 @@ ssize_t answer_setup(int fd, Kind kind, const void* data, std::size_t size, ssiz
     return error == 0 ? result : fail(error);
 }
 
+// The host gave up on the request: something newer has happened.
+bool is_setup_aborted(int fd) {
+    return collect_events(fd, MSG_DONTWAIT) && control.pending > 0;
+}
+
+ssize_t abort_setup() {
+    control.in_setup = false;
+    return fail(EIDRM);
+}
+
 ssize_t read_control(int fd, void* buffer, std::size_t length) {
     if (!control.in_setup) {
         return read_events(fd, buffer, length);
+    }
+    if (is_setup_aborted(fd)) {
+        return abort_setup();
     }
     if ((current_request().bRequestType & USB_DIR_IN) != 0) {
         return answer_setup(fd, Kind::stall, nullptr, 0, 0, EL2HLT);
@@ -187,6 +201,9 @@ ssize_t read_control(int fd, void* buffer, std::size_t length) {
 ssize_t write_control(int fd, const void* data, std::size_t length) {
     if (!control.in_setup) {
         return fail(ESRCH);
+    }
+    if (is_setup_aborted(fd)) {
+        return abort_setup();
     }
     const usb_ctrlrequest request = current_request();
     if ((request.bRequestType & USB_DIR_IN) != 0) {
