@@ -132,11 +132,12 @@ Board::~Board() {
 }
 
 std::vector<std::string> Board::environment(const ServiceOptions& service) const {
+    const int notice_port = options_.notice_port == 0 ? notice_port_ : options_.notice_port;
     std::vector<std::string> result = service.environment;
     result.push_back("LD_PRELOAD=" + options_.library);
     result.push_back("ARDENVUE_BOARD=" + directory_);
     result.push_back("ARDENVUE_BOARD_RELAY_PORT=" + std::to_string(options_.relay_port));
-    result.push_back("ARDENVUE_BOARD_NOTICE_PORT=" + std::to_string(notice_port_));
+    result.push_back("ARDENVUE_BOARD_NOTICE_PORT=" + std::to_string(notice_port));
     for (char** variable = environ; *variable != nullptr; ++variable) {
         const std::string_view text{*variable};
         const std::string_view name = text.substr(0, text.find('=') + 1);
@@ -192,6 +193,7 @@ void Board::start(const ServiceOptions& service) {
         errors_.clear();
         ending_.reset();
     }
+    on_errors_ = service.on_errors;
     watcher_ = std::thread{[this] { watch(); }};
 }
 
@@ -209,8 +211,12 @@ void Board::watch() {
             if (count <= 0) {
                 break;
             }
+            const std::string_view text{buffer, static_cast<std::size_t>(count)};
+            if (on_errors_) {
+                on_errors_(text);
+            }
             const std::lock_guard lock{mutex_};
-            errors_.append(buffer, static_cast<std::size_t>(count));
+            errors_.append(text);
         }
         changed_.notify_all();
         if (running && (entries[0].revents & POLLHUP) != 0) {

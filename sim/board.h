@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -25,7 +26,10 @@ struct BoardOptions {
     std::vector<std::string> endpoints = {"ep1in",  "ep2in",  "ep3in",  "ep4in",  "ep5in",
                                           "ep6in",  "ep7in",  "ep1out", "ep2out", "ep3out",
                                           "ep4out", "ep5out", "ep6out", "ep7out"};
-    int relay_port = 0;  // bound instead of TCP port 6000; 0: the kernel chooses, see Board::relay_port
+    int relay_port =
+        0;  // bound instead of TCP port 6000; 0: the kernel chooses, see Board::relay_port; -1: 6000
+    int notice_port =
+        0;  // sent to instead of UDP port 5255; 0: the board's own, see Board::next_notice; -1: 5255
 };
 
 struct ServiceOptions {
@@ -33,6 +37,8 @@ struct ServiceOptions {
     std::vector<std::string> arguments;
     std::vector<std::string> environment;  // "NAME=value", over the caller's own
     std::string working_directory;         // empty: the board's directory "work"
+    // Called with what the service writes to its standard error stream, on a thread of the board's own.
+    std::function<void(std::string_view)> on_errors;
 };
 
 // How the service ended.
@@ -85,6 +91,8 @@ class Board {
     std::optional<std::string> run_file(const std::string& name) const;
     // Maps a shared-memory object by the name that the service knows it by. None when there is none yet.
     std::optional<SharedMapping> shared_memory(std::string_view name) const;
+    // The name that other processes of the machine know such an object by, for shm_open.
+    std::string shm_name(std::string_view name) const;
     // Creates one, as another process of the board would.
     SharedMapping create_shared_memory(std::string_view name, std::size_t size);
     // The port that stands for TCP 6000; none when the service does not listen in time.
@@ -101,7 +109,6 @@ class Board {
 
   private:
     void watch();
-    std::string shm_name(std::string_view name) const;
     std::vector<std::string> environment(const ServiceOptions& service) const;
 
     BoardOptions options_;
@@ -111,6 +118,7 @@ class Board {
     std::unique_ptr<BoardCable> cable_;
     pid_t process_ = -1;
     std::shared_ptr<const int> errors_pipe_;
+    std::function<void(std::string_view)> on_errors_;
     std::thread watcher_;
 
     mutable std::mutex mutex_;  // guards what follows
