@@ -313,6 +313,7 @@ void BoardCable::close_file(const FilePtr& file) {
         disconnect_endpoints();
         show_endpoint_files(false);
     }
+    changed_.notify_all();
 }
 
 void BoardCable::take_transfers(File& file) {
@@ -347,6 +348,11 @@ void BoardCable::show_endpoint_files(bool show) {
 bool BoardCable::wait_for_device(Milliseconds timeout) {
     std::unique_lock lock{mutex_};
     return changed_.wait_for(lock, timeout, [this] { return device_ != nullptr || ending_; }) && device_;
+}
+
+bool BoardCable::wait_until_closed(Milliseconds timeout) {
+    std::unique_lock lock{mutex_};
+    return changed_.wait_for(lock, timeout, [this] { return files_.empty(); });
 }
 
 bool BoardCable::plug(Speed speed) {

@@ -71,6 +71,9 @@ class BoardCable final : public Cable {
     // Names of the data endpoint files open and configured now.
     std::vector<std::string> open_endpoints();
 
+    // Waits until no gadget file is open any more: after the end of a service, before the next is started.
+    bool wait_until_closed(Milliseconds timeout);
+
     // Waits until an OUT endpoint is configured.
     bool wait_for_endpoints(Milliseconds timeout);
 
