@@ -157,7 +157,7 @@ class Service {
     void start() {
         stop_keep_alive();
         command_port_ = 0;
-        sim::ServiceOptions options{SERVICE_PATH, {}, setup_.environment, ""};
+        sim::ServiceOptions options{SERVICE_PATH, {}, setup_.environment, "", {}};
         if (setup_.with_port) {
             options.arguments = {"-s", std::to_string(main_application_.port())};
         }
