@@ -39,6 +39,7 @@
 
 #include "sim/board.h"
 #include "sim/host.h"
+#include "tests/blackbox/bound_port.h"
 
 namespace blackbox {
 
@@ -157,7 +158,7 @@ class Service {
     void start() {
         stop_keep_alive();
         command_port_ = 0;
-        sim::ServiceOptions options{SERVICE_PATH, {}, setup_.environment, "", {}};
+        sim::ServiceOptions options{SERVICE_PATH, {}, setup_.environment, ""};
         if (setup_.with_port) {
             options.arguments = {"-s", std::to_string(main_application_.port())};
         }
@@ -173,15 +174,16 @@ class Service {
         ASSERT_TRUE(cable().wait_for_endpoints(patience)) << board_.errors();
     }
 
-    // Enumerates and streams keep-alive frames from now on.
-    void stream() {
+    // Enumerates and streams keep-alive frames from now on. A write of the service waits for the read in
+    // progress, so what it sends comes out at their pace.
+    void stream(Milliseconds period = Milliseconds{100}) {
         ASSERT_NO_FATAL_FAILURE(enumerate());
         ASSERT_TRUE(send(keep_alive_frame)) << board_.errors();
         keeping_alive_ = true;
-        keep_alive_ = std::thread{[this] {
+        keep_alive_ = std::thread{[this, period] {
             while (keeping_alive_) {
                 send(keep_alive_frame);
-                std::this_thread::sleep_for(Milliseconds{100});
+                std::this_thread::sleep_for(period);
             }
         }};
     }
@@ -221,6 +223,12 @@ class Service {
                 command_port_ = datagram->from;
             }
         }
+        return command_port_;
+    }
+
+    // The same as the kernel has it: the one bound UDP socket of a service that does not stream yet.
+    std::uint16_t bound_command_port() {
+        eventually([this] { return (command_port_ = bound_udp_port(board_.process())) != 0; });
         return command_port_;
     }
 

@@ -1,0 +1,42 @@
+// Where a process has bound a UDP socket, from the kernel's tables (proc(5)).
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+
+namespace blackbox {
+
+// A port that one of the process's UDP sockets is bound to; 0 when there is none (yet).
+inline std::uint16_t bound_udp_port(pid_t process) {
+    namespace fs = std::filesystem;
+    const std::string directory = "/proc/" + std::to_string(process);
+    std::set<std::string> inodes;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator{directory + "/fd", error}) {
+        const std::string target = fs::read_symlink(entry.path(), error).string();
+        if (target.starts_with("socket:[")) {
+            inodes.insert(target.substr(8, target.size() - 9));
+        }
+    }
+    std::ifstream table{directory + "/net/udp"};
+    std::string line;
+    std::getline(table, line);  // the headings
+    while (std::getline(table, line)) {
+        std::istringstream fields{line};
+        std::string slot, local, remote, state, queues, timer, retransmits, user, timeout, inode;
+        fields >> slot >> local >> remote >> state >> queues >> timer >> retransmits >> user >> timeout >>
+            inode;
+        if (inodes.contains(inode)) {
+            return static_cast<std::uint16_t>(std::stoul(local.substr(local.find(':') + 1), nullptr, 16));
+        }
+    }
+    return 0;
+}
+
+}  // namespace blackbox
