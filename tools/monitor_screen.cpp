@@ -198,6 +198,10 @@ bool MonitorScreen::quit_requested() {
     bool quit = false;
     for (int key = getch(); key != ERR; key = getch()) {
         quit = quit || key == 'q' || key == 'Q';
+        if (key == KEY_RESIZE) {
+            // Terminals move what was drawn about in ways of their own.
+            clearok(curscr, TRUE);
+        }
     }
     return quit;
 }

@@ -15,7 +15,7 @@ class MonitorScreen {
     // Redraws the whole screen, at its present size.
     void draw(const MonitorState& state);
 
-    // Takes in the keys typed; true when one of them was q.
+    // Takes in the keys typed and changes of the size; true when one of the keys was q.
     bool quit_requested();
 };
 

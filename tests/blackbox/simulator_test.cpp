@@ -1,0 +1,94 @@
+// ardenvue-sim as it is shipped: exit codes, report and files that scripts rely on.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+class Simulator : public testing::Test {
+  protected:
+    const fs::path directory = testing::TempDir() + "simulator." + std::to_string(getpid());
+    std::string said;
+    int code = -1;
+
+    void SetUp() override { fs::create_directories(directory); }
+    void TearDown() override { fs::remove_all(directory); }
+
+    void run(const std::string& arguments) {
+        const std::string command = std::string{SIM_PATH} + " run " + arguments + " 2>&1";
+        std::FILE* const output = popen(command.c_str(), "r");
+        ASSERT_NE(output, nullptr);
+        std::array<char, 4096> buffer{};
+        said.clear();
+        for (std::size_t count = 0; (count = fread(buffer.data(), 1, buffer.size(), output)) > 0;) {
+            said.append(buffer.data(), count);
+        }
+        const int status = pclose(output);
+        code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    std::string file(const char* name) const {
+        std::ifstream stream(directory / name);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+};
+
+TEST_F(Simulator, RunsTheServiceAndReports) {
+    run("--seconds 1 --fault unplug@0.3:0.1 --fault corrupt --fault garbage --report " + directory.string() +
+        "/report --log " + directory.string() + "/log --board-dir " + directory.string() +
+        "/board -- -s 5999");
+    EXPECT_EQ(code, 0) << said;
+    EXPECT_THAT(said,
+                AllOf(HasSubstr("the service ended with exit code 3, as it must"), HasSubstr("All is well."),
+                      HasSubstr("Live stream video resolution changed to 1280x720")));
+    EXPECT_THAT(
+        file("report"),
+        AllOf(HasSubstr("RESULT=well\n"), HasSubstr("SERVICE_STARTS=2\n"), Not(HasSubstr("VIDEO_FRAMES=0\n")),
+              Not(HasSubstr("PUSHES_CORRUPTED=0\n")), HasSubstr("PACKETS_RECEIVED=0\n")));
+    EXPECT_THAT(file("log"), HasSubstr("| camera status\n"));
+    const std::string board = file("board/env");
+    EXPECT_THAT(board,
+                AllOf(HasSubstr("STATUS_PORT=5999\n"), HasSubstr("RELAY_PORT="), HasSubstr("RUN_DIR=/")));
+    const std::string ring = board.substr(board.find("FRAME_RING=") + 11);
+    EXPECT_FALSE(fs::exists("/dev/shm" + ring.substr(0, ring.find('\n')))) << "left behind";
+}
+
+TEST_F(Simulator, FailsWhenTheServiceDoes) {
+    run("-- -s 0");
+    EXPECT_EQ(code, 1);
+    EXPECT_THAT(said, AllOf(HasSubstr("Destination host or port not set\n"),
+                            HasSubstr("PROBLEM: the service ended with exit code 1\n")));
+}
+
+TEST_F(Simulator, SeesTheServiceRefuseFullSpeed) {
+    run("--fault full-speed");
+    EXPECT_EQ(code, 0) << said;
+    EXPECT_THAT(said, AllOf(HasSubstr("read failed\n"), HasSubstr("exit code 3, as it must")));
+}
+
+TEST_F(Simulator, SaysWhatItCannotDo) {
+    std::ofstream(directory / "empty") << "";
+    const std::string empty = (directory / "empty").string();
+    for (const std::string& arguments :
+         {std::string{"--fault fire"}, std::string{"--clip /none"}, "--clip " + empty, "--replay " + empty,
+          "--service " + empty, std::string{"--seconds 0"}}) {
+        run(arguments);
+        EXPECT_EQ(code, 2) << arguments << said;
+        EXPECT_NE(said, "");
+    }
+}
+
+}  // namespace

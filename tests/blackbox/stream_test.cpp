@@ -1,0 +1,320 @@
+// The remote controller's whole stream through the shipped executable: a clip and a camera at work on one
+// side, ring, files and datagrams on the other.
+#include <array>
+
+#include "include/ardenvue.h"
+#include "sim/capture_file.h"
+#include "sim/player.h"
+#include "tests/blackbox/harness.h"
+
+namespace {
+
+using namespace blackbox;
+using namespace std::chrono_literals;
+using sim::AccessUnit;
+using sim::Time;
+
+// A service, and the remote controller playing to it.
+class Playing {
+  public:
+    Service service;
+    sim::Camera camera;
+    sim::Stopwatch stopwatch;
+
+    Playing() {
+        service.enumerate();
+        player_.emplace(service.cable(), camera, log_, stopwatch, [](const std::string&) {});
+    }
+    ~Playing() { stop_background(); }
+
+    // Plays until the time is over, and gets the last frame through.
+    void play(sim::Source& source, Time length) {
+        const sim::PlayEnd end = player_->play(source, stopwatch.now() + length, stop_);
+        ASSERT_NE(end, sim::PlayEnd::device_gone) << service.board().errors();
+        ASSERT_TRUE(player_->send_closing_frame());
+    }
+
+    // Plays until stop_background().
+    void play_in_background(sim::Source& source) {
+        background_ = std::thread{[this, &source] { player_->play(source, Time::max(), stop_); }};
+    }
+    void stop_background() {
+        stop_ = true;
+        if (background_.joinable()) {
+            background_.join();
+        }
+        stop_ = false;
+    }
+
+    const sim::PlayTally& tally() const { return player_->tally(); }
+
+    // A status line sent after all that was played.
+    std::string final_status() {
+        while (service.main_application().receive(0ms)) {
+        }
+        return service.next_status();
+    }
+
+    // The payloads in the ring, once so many frames have come; of the first lap only.
+    std::vector<Bytes> ring(std::uint64_t frames) {
+        EXPECT_LE(frames, ardenvue::frame_slot_count) << "the ring no longer holds the first ones";
+        const auto mapping = service.board().shared_memory(ardenvue::frame_ring_name);
+        const auto& ring = *reinterpret_cast<const ardenvue::FrameRing*>(mapping->data.get());
+        const auto count = static_cast<std::uint16_t>(frames % ardenvue::frame_slot_count);
+        EXPECT_TRUE(eventually([&] { return next_slot(ring) == count; })) << next_slot(ring);
+        std::vector<Bytes> payloads;
+        for (std::size_t i = 0; i < frames; ++i) {
+            const ardenvue::FrameSlot& slot = ring.slots[i];
+            EXPECT_EQ(slot.frame_number, i);
+            payloads.emplace_back(slot.payload, slot.payload + slot.length_low);
+        }
+        return payloads;
+    }
+
+    // Waits until the service reports an attitude (heading, tilt, roll) like this.
+    using Attitude = std::array<int, 3>;
+    bool attitude_becomes(const std::function<bool(const Attitude&)>& wanted) {
+        return service
+            .next_datagram([&](const Datagram& datagram) {
+                if (datagram.bytes.size() != sizeof(ardenvue::GimbalFocusRecord)) {
+                    return false;
+                }
+                Attitude seen{};
+                for (std::size_t axis = 0; axis < seen.size(); ++axis) {
+                    seen[axis] = static_cast<std::int16_t>(datagram.bytes[3 + 2 * axis] |
+                                                           datagram.bytes[4 + 2 * axis] << 8);
+                }
+                return wanted(seen);
+            })
+            .has_value();
+    }
+    bool attitude_becomes(const Attitude& wanted) {
+        return attitude_becomes([&wanted](const Attitude& seen) { return seen == wanted; });
+    }
+
+  private:
+    static std::uint16_t next_slot(const ardenvue::FrameRing& ring) {
+        return __atomic_load_n(&ring.next_slot, __ATOMIC_ACQUIRE);
+    }
+
+    sim::PacketLog log_;
+    std::atomic<bool> stop_{false};
+    std::optional<sim::Player> player_;
+    std::thread background_;
+};
+
+std::vector<AccessUnit> clip(const std::string& size) {
+    return sim::load_clip(SIM_CLIPS "/" + size + ".h264");
+}
+
+// The first so many payloads of the clip in its loop.
+std::vector<Bytes> payloads_of(const std::vector<AccessUnit>& clip, std::size_t count) {
+    std::vector<Bytes> payloads;
+    for (std::size_t picture = 0; payloads.size() < count; ++picture) {
+        for (const Bytes& payload : clip[picture % clip.size()].payloads) {
+            payloads.push_back(payload);
+        }
+    }
+    payloads.resize(count);
+    return payloads;
+}
+
+// Clean, then with another picture size, garbage between the frames and damaged pushes among them.
+TEST(Stream, OfAClipArrivesWhole) {
+    Playing playing;
+    const std::vector<AccessUnit> small = clip("1280x720");
+    const std::vector<AccessUnit> large = clip("1920x1080");
+
+    sim::LiveSource clean{small, playing.camera, {60, false, {}}, playing.stopwatch.now()};
+    playing.play(clean, 1s);
+    const std::size_t first = playing.tally().video.frames;
+    ASSERT_GT(first, 10u);
+    std::vector<Bytes> expected = payloads_of(small, first);
+    EXPECT_EQ(playing.ring(first), expected);
+    EXPECT_EQ(playing.service.board().run_file("video_width"), "1280");
+    EXPECT_EQ(playing.service.board().run_file("video_height"), "720");
+
+    sim::LiveSource faulty{
+        large, playing.camera, {60, false, {sim::max_garbage, true}}, playing.stopwatch.now()};
+    playing.play(faulty, 1500ms);
+    const std::size_t all = playing.tally().video.frames;
+    const std::vector<Bytes> second = payloads_of(large, all - first);
+    expected.insert(expected.end(), second.begin(), second.end());
+    EXPECT_EQ(playing.ring(all), expected);
+    EXPECT_GT(faulty.corrupted_packets(), 5u);
+    EXPECT_EQ(playing.service.board().run_file("video_width"), "1920");
+    EXPECT_EQ(playing.service.board().run_file("video_height"), "1080");
+
+    // Nothing of the faults was taken for something.
+    EXPECT_NE(playing.service.next_status({"camera_detected=1,", "camera_model=Phantom 4 Pro,", "sd=30.4G,",
+                                           "shots_left=3412,", "battery_level=87,", "battery_temp=31.2,",
+                                           "format=3840x2160@30,", "shutter=1/200,", "aperture=5.6,", "ev=0,",
+                                           "color_mode=truecolor,", "wb_temp=6800,"}),
+              "");
+    EXPECT_THAT(playing.service.board().errors(), testing::Not(testing::HasSubstr("WRONG")));
+    EXPECT_THAT(playing.camera.complaints(), testing::IsEmpty());
+}
+
+// What a main application sends comes back as changed camera state.
+TEST(Stream, CommandsComeBackAsCameraState) {
+    Playing playing;
+    sim::LiveSource source{{}, playing.camera, {}, playing.stopwatch.now()};
+    playing.play_in_background(source);
+    Service& service = playing.service;
+    ASSERT_NE(service.next_status({"camera_detected=1,"}), "");
+
+    for (const char* json : {
+             R"({"cmd":"camera","param":"mode","value":"video"})",
+             R"({"cmd":"video_mode","param":"manual"})",
+             R"({"cmd":"shutter","param":"1/6.25"})",
+             R"({"cmd":"aperture","param":"11"})",
+             R"({"cmd":"iso","param":"1600"})",
+             R"({"cmd":"ev","param":"-1.7"})",
+             R"({"cmd":"wb","param":"custom","value":"5600"})",
+             R"({"cmd":"color","param":"black white"})",
+             R"({"cmd":"video_resolution","param":"1920x1080@120"})",
+             R"({"cmd":"video_aspect","param":"4:3"})",
+             R"({"cmd":"shotmode","param":"jpg+raw"})",
+             R"({"cmd":"antiflicker","param":"60"})",
+             R"({"cmd":"video_std","param":"PAL"})",
+             R"({"cmd":"video_transmission","param":"Smooth"})",
+             R"({"cmd":"histogram","param":"1"})",
+             R"({"cmd":"shot"})",
+             R"({"cmd":"focus","param":"type","value":"afc"})",
+             R"({"cmd":"focus","param":"manual","value":"50"})",
+         }) {
+        service.command(json);
+    }
+    EXPECT_NE(service.next_status(
+                  {"camera_mode=video,", "image_mode=manual,", "shutter_set=1/6.25,", "shutter=1/6.25,",
+                   "aperture=11,", "iso=1600,", "iso_set=1600,", "ev=-1.7,", "wb=custom,", "wb_temp=5600,",
+                   "color_mode=black white,", "format=1920x1080@120,", "ratio=4:3,", "shot_mode=JPG+RAW,",
+                   "antiflicker=60 Hz,", "video_std=PAL,", "histogram=1,", "shots_left=3411,"}),
+              "")
+        << service.next_status();
+    EXPECT_EQ(playing.camera.state(playing.stopwatch.now()).focus_position, 500);
+
+    service.command(R"({"cmd":"record","param":"start"})");
+    EXPECT_NE(service.next_status({"rec_time=00:00:01,"}), "");
+    service.command(R"({"cmd":"resetcamera"})");
+    EXPECT_NE(
+        service.next_status({"rec_time=00:00:00,", "format=3840x2160@30,", "iso_set=auto,", "wb=auto,"}), "");
+
+    // The position that the gimbal is in decides what the next command sends.
+    for (const auto& [json, heading] : {std::pair{R"({"cmd":"position","param":"selfie"})", -180},
+                                        std::pair{R"({"cmd":"position","param":"selfie"})", -180},
+                                        std::pair{R"({"cmd":"position","param":"normal"})", 0},
+                                        std::pair{R"({"cmd":"position","param":"normal"})", 0}}) {
+        service.command(json);
+        EXPECT_TRUE(playing.attitude_becomes(Playing::Attitude{heading, 0, 0})) << json;
+    }
+    service.command(R"({"cmd":"gimbal","param":"mode","value":"fpv"})");
+    EXPECT_TRUE(playing.attitude_becomes(Playing::Attitude{0, 0, 6}));
+    service.command(R"({"cmd":"gimbal","param":"mode","value":"follow"})");
+    service.command(R"({"cmd":"horizont","param":"calibrate"})");
+    EXPECT_TRUE(playing.attitude_becomes([](const Playing::Attitude& seen) { return seen[1] < -30; }));
+    EXPECT_TRUE(playing.attitude_becomes(Playing::Attitude{0, 0, 0}));
+    EXPECT_THAT(playing.camera.complaints(), testing::IsEmpty());
+}
+
+// Receives the raw stream from the relay into a capture.
+class Recorder {
+  public:
+    Recorder(std::uint16_t port, const std::string& path)
+        : fd_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port);
+        if (!writer_.open(path) || connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            throw std::runtime_error("no recorder");
+        }
+        thread_ = std::thread{[this] {
+            std::uint8_t buffer[4096];
+            for (ssize_t count = 0; (count = recv(fd_, buffer, sizeof buffer, 0)) > 0;) {
+                writer_.write(sim::Direction::from_remote, {buffer, static_cast<std::size_t>(count)});
+                recorded_ += static_cast<std::uint64_t>(count);
+            }
+        }};
+    }
+    ~Recorder() { close(fd_); }
+
+    // Ends the recording once it holds that many bytes.
+    bool finish(std::uint64_t bytes) {
+        const bool complete = eventually([&] { return recorded_ == bytes; });
+        shutdown(fd_, SHUT_RDWR);
+        thread_.join();
+        return writer_.flush() && complete;
+    }
+
+  private:
+    int fd_;
+    sim::CaptureWriter writer_;
+    std::atomic<std::uint64_t> recorded_{0};
+    std::thread thread_;
+};
+
+// The focus positions that the main application was told of, each once in a row, up to the given last one.
+std::vector<int> focus_positions(Service& service, int last) {
+    std::vector<int> seen;
+    service.next_datagram([&](const Datagram& datagram) {
+        if (datagram.bytes.size() == sizeof(ardenvue::GimbalFocusRecord) && datagram.bytes[12] == 1) {
+            const int position = datagram.bytes[17] | datagram.bytes[18] << 8;
+            if (seen.empty() || seen.back() != position) {
+                seen.push_back(position);
+            }
+        }
+        return !seen.empty() && seen.back() == last;
+    });
+    return seen;
+}
+
+TEST(Stream, ReplayedFromACaptureIsTheSame) {
+    const std::string path = testing::TempDir() + "stream." + std::to_string(getpid());
+    const std::vector<int> expected_positions = {430, 250, 500, 750};
+    std::vector<Bytes> recorded;
+    std::string recorded_status;
+    {
+        Playing playing;
+        const auto port = playing.service.board().relay_port(patience);
+        ASSERT_TRUE(port);
+        Recorder recorder{*port, path};
+        ASSERT_TRUE(playing.service.said("Client connected"));
+        const std::vector<AccessUnit> pictures = clip("1280x720");
+        sim::LiveSource source{pictures, playing.camera, {20, false, {}}, playing.stopwatch.now()};
+        playing.play_in_background(source);
+        std::vector<int> seen = focus_positions(playing.service, 430);
+        for (const char* percent : {"25", "50", "75"}) {
+            // Further apart than the half second of delay that a replay makes up for, so that none is lost to
+            // one.
+            std::this_thread::sleep_for(1500ms);
+            playing.service.command(R"({"cmd":"focus","param":"manual","value":")" + std::string{percent} +
+                                    "\"}");
+            const std::vector<int> more = focus_positions(playing.service, 10 * std::stoi(percent));
+            seen.insert(seen.end(), more.end() - 1, more.end());
+        }
+        EXPECT_EQ(seen, expected_positions);
+        playing.service.command(R"({"cmd":"iso","param":"3200"})");
+        ASSERT_NE(playing.service.next_status({"iso=3200,", "iso_set=3200,"}), "");
+        playing.stop_background();
+        playing.play(source, 0s);
+        recorded_status = playing.final_status();
+        recorded = playing.ring(playing.tally().video.frames);
+        EXPECT_TRUE(recorder.finish(playing.tally().stream_bytes));
+    }
+    ASSERT_GT(recorded.size(), 50u);
+    {
+        Playing playing;
+        sim::ReplaySource source;
+        ASSERT_TRUE(source.open(path, false, playing.stopwatch.now()));
+        playing.play_in_background(source);
+        EXPECT_EQ(focus_positions(playing.service, expected_positions.back()), expected_positions);
+        playing.stop_background();
+        playing.play(source, 3600s);  // to its end
+        EXPECT_EQ(playing.ring(recorded.size()), recorded);
+        EXPECT_EQ(playing.final_status(), recorded_status);
+    }
+    std::remove(path.c_str());
+}
+
+}  // namespace
