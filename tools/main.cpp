@@ -2,6 +2,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdio>
+#include <exception>
+
 #include "tools/command_words.h"
 #include "tools/exit_codes.h"
 #include "tools/stop_signal.h"
@@ -95,7 +98,7 @@ void add_relay(CLI::App& app, const BoardOptions& board, CaptureOptions& capture
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     BoardOptions board;
     MonitorOptions monitor;
     StatusOptions status;
@@ -122,4 +125,7 @@ int main(int argc, char** argv) {
         return app.exit(error) == 0 ? done : bad_usage;
     }
     return code;
+} catch (const std::exception& failure) {
+    std::fprintf(stderr, "ardenvue-ctl: %s\n", failure.what());
+    return unusable;
 }

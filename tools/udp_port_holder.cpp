@@ -58,7 +58,7 @@ std::string holder_of_udp_port(std::uint16_t port) {
             holds(entry->path(), "socket:[" + inode + "]")) {
             std::string name;
             std::getline(std::ifstream{entry->path() / "comm"}, name);
-            return name + " (pid " + pid + ")";
+            return name.append(" (pid ").append(pid).append(")");
         }
     }
     return {};
