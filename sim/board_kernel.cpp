@@ -39,7 +39,7 @@ Bytes take_configuration(std::span<const std::uint8_t>& rest) {
     if (!valid) {
         return {};
     }
-    const Bytes taken(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(total));
+    Bytes taken(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(total));
     rest = rest.subspan(total);
     return taken;
 }

@@ -42,7 +42,7 @@ __attribute__((constructor)) void read_environment() {
                   slash == nullptr ? directory : slash + 1);
     the_board.relay_port = port_from_environment("ARDENVUE_BOARD_RELAY_PORT");
     the_board.notice_port = port_from_environment("ARDENVUE_BOARD_NOTICE_PORT");
-    std::strcpy(the_board.directory, directory);
+    std::memcpy(the_board.directory, directory, std::strlen(directory) + 1);
 }
 
 }  // namespace

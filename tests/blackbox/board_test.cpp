@@ -52,6 +52,11 @@ long say(const char* what, long result) {
     return result;
 }
 
+std::string board_directory() {
+    const char* directory = std::getenv("ARDENVUE_BOARD");
+    return directory == nullptr ? "" : directory;
+}
+
 int gadget_file(const char* name) {
     return open((std::string{"/dev/gadget/"} + name).c_str(), O_RDWR);
 }
@@ -146,7 +151,7 @@ void configurations() {
     say("open again", again);
     close(fd);
     // What the cable does when the file closes is seen by other processes a moment later.
-    while (access((std::string{getenv("ARDENVUE_BOARD")} + "/dev/gadget/ep1in").c_str(), F_OK) == 0) {
+    while (access((board_directory() + "/dev/gadget/ep1in").c_str(), F_OK) == 0) {
         usleep(1000);
     }
     list_files();
@@ -296,9 +301,8 @@ void board_files() {
     say("full", posix_fallocate(object, 0, 4) == ENOSPC ? 1 : 0);
     errno = 0;
     say("not opened", shm_open("/other", O_RDWR | O_CREAT, 0600));
-    const std::string last = std::string{std::getenv("ARDENVUE_BOARD")};
-    say("the machine's own",
-        access(("/dev/shm/" + last.substr(last.rfind('/') + 1) + ".shared").c_str(), F_OK));
+    const std::string board = std::filesystem::path{board_directory()}.filename().string();
+    say("the board's own", access(("/dev/shm/" + board + ".shared").c_str(), F_OK));
 }
 
 const std::map<std::string, void (*)()> programs = {
@@ -479,7 +483,7 @@ TEST(SimulatedBoard, KeepsFilesMemoryAndCommandsToItself) {
     EXPECT_EQ(
         transcript.substr(transcript.find('\n') + 1),
         "model Raspberry\nunlink 0\nmodprobe 0\nother command 768\nsize 0\nput 4\nfull 1\nnot opened EACCES\n"
-        "the machine's own 0\n");
+        "the board's own 0\n");
     EXPECT_EQ(program.board().run_file("written"), std::nullopt);
     EXPECT_EQ(program.board().run_file("kept"), "2");
     EXPECT_EQ(program.board().setup_commands(), "modprobe gadgetfs > /dev/null 2>&1\n");
