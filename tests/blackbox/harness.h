@@ -132,11 +132,11 @@ class UdpSocket {
 inline const Bytes keep_alive_frame = {0x55, 0xCC, 0x49, 0x57, 0x00, 0x00, 0x00, 0x00};
 
 struct ServiceSetup {
-    sim::BoardOptions board;
-    std::vector<std::string> arguments;    // after "-s PORT" of the main application's socket
-    std::vector<std::string> environment;  // "NAME=value"
-    bool with_port = true;                 // false: the arguments are all there are
-    std::vector<std::string> faults;       // of docs/simulated-board.md, from the start
+    sim::BoardOptions board = {};
+    std::vector<std::string> arguments = {};    // after "-s PORT" of the main application's socket
+    std::vector<std::string> environment = {};  // "NAME=value"
+    bool with_port = true;                      // false: the arguments are all there are
+    std::vector<std::string> faults = {};       // of docs/simulated-board.md, from the start
 };
 
 class Service {

@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/hex.h"
+
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -108,11 +110,7 @@ std::vector<EncoderSps> encoder_table() {
     std::string hex;
     while (file >> name >> size >> hex) {
         const std::size_t cross = size.find('x');
-        EncoderSps row{name, {std::stoi(size), std::stoi(size.substr(cross + 1))}, {}};
-        for (std::size_t i = 0; i < hex.size(); i += 2) {
-            row.bytes.push_back(static_cast<std::uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-        }
-        table.push_back(row);
+        table.push_back({name, {std::stoi(size), std::stoi(size.substr(cross + 1))}, bytes_from_hex(hex)});
     }
     return table;
 }
