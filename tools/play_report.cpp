@@ -3,6 +3,8 @@
 #include <cjson/cJSON.h>
 
 #include <algorithm>
+#include <cinttypes>
+#include <cstdio>
 #include <fstream>
 #include <memory>
 
@@ -55,6 +57,9 @@ bool write_report(const std::string& path, const MonitorState& state, const Serv
     add_number(ring, "bytes", state.ring.bytes);
     add_number(ring, "missed", state.ring.missed);
     add_number(ring, "restarts", state.ring.restarts);
+    char digest[17];
+    std::snprintf(digest, sizeof digest, "%016" PRIx64, video.digest());
+    cJSON_AddStringToObject(ring, "digest", digest);
     if (video.first_number()) {
         add_number(ring, "first_number", *video.first_number());
         add_number(ring, "last_number", *video.last_number());

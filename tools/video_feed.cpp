@@ -39,13 +39,17 @@ void VideoFeed::poll() {
     while (const auto frame = reader_->next()) {
         first_number_ = first_number_.value_or(frame->number);
         last_number_ = frame->number;
+        tally_.add(frame->payload);
     }
 }
 
-std::string VideoFeed::picture_size() const {
+std::string VideoFeed::picture_size() {
     const std::string width = read_number(run_dir_ + "/video_width");
     const std::string height = read_number(run_dir_ + "/video_height");
-    return width.empty() || height.empty() ? "" : width + "x" + height;
+    if (!width.empty() && !height.empty()) {
+        picture_size_ = width + "x" + height;
+    }
+    return picture_size_;
 }
 
 }  // namespace ctl

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "sim/stream_reader.h"
 #include "tools/reports.h"
 #include "tools/ring_mapping.h"
 #include "tools/ring_reader.h"
@@ -25,8 +26,12 @@ class VideoFeed {
     std::optional<std::uint16_t> first_number() const { return first_number_; }
     std::optional<std::uint16_t> last_number() const { return last_number_; }
 
-    // "1920x1080" from the picture size files, empty before the first picture.
-    std::string picture_size() const;
+    // "1920x1080" from the picture size files, empty before the first picture. Files that are gone leave the
+    // size that was read last.
+    std::string picture_size();
+
+    // Of all frames read, as the simulator reckons it for what it sent.
+    std::uint64_t digest() const { return tally_.digest; }
 
   private:
     std::string ring_name_;
@@ -36,6 +41,8 @@ class VideoFeed {
     Clock::time_point next_try_{};
     std::optional<std::uint16_t> first_number_;
     std::optional<std::uint16_t> last_number_;
+    std::string picture_size_;
+    sim::VideoTally tally_;
 };
 
 }  // namespace ctl
