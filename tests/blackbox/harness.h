@@ -147,7 +147,10 @@ class Service {
         }
         start();
     }
-    ~Service() { stop_keep_alive(); }
+    ~Service() {
+        stop_keep_alive();
+        expect_no_sanitizer_report();
+    }
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
@@ -157,6 +160,7 @@ class Service {
     // Starts it (again, after it ended) on the same board.
     void start() {
         stop_keep_alive();
+        expect_no_sanitizer_report();
         command_port_ = 0;
         sim::ServiceOptions options{SERVICE_PATH, {}, setup_.environment, ""};
         if (setup_.with_port) {
@@ -278,6 +282,11 @@ class Service {
     }
 
   private:
+    // Sanitizers write to the service's standard error stream; some let it go on.
+    void expect_no_sanitizer_report() const {
+        EXPECT_THAT(board_.errors(), testing::Not(testing::HasSubstr("Sanitizer")));
+    }
+
     static sim::BoardOptions with_library(sim::BoardOptions options) {
         options.library = BOARD_LIBRARY_PATH;
         return options;
