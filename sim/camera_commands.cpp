@@ -83,13 +83,13 @@ Outcome set_program(Aircraft& aircraft, Payload payload, Time now) {
     if (payload[1] != 0) {
         return not_understood();
     }
-    const Outcome outcome = choose<&AircraftState::exposure_program, programs>(aircraft, payload, now);
+    Outcome outcome = choose<&AircraftState::exposure_program, programs>(aircraft, payload, now);
     settle_exposure(aircraft.state);
     return outcome;
 }
 
 Outcome set_iso(Aircraft& aircraft, Payload payload, Time now) {
-    const Outcome outcome = choose<&AircraftState::iso_code, isos>(aircraft, payload, now);
+    Outcome outcome = choose<&AircraftState::iso_code, isos>(aircraft, payload, now);
     settle_exposure(aircraft.state);
     return outcome;
 }

@@ -1,6 +1,7 @@
 // ardenvue-sim, the remote controller for desks and tests.
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 
 #include "sim/run_command.h"
@@ -94,7 +95,7 @@ void add_run(CLI::App& app, sim::RunOptions& options, std::vector<std::string>& 
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     sim::RunOptions options;
     options.service = find_beside({"ardenvue", "../ardenvue", "../sbin/ardenvue"});
     options.board_library = find_beside({"libardenvue-board.so", "../libardenvue-board.so",
@@ -123,4 +124,7 @@ int main(int argc, char** argv) {
     }
     stop_on_signals();
     return sim::run(options, stop);
+} catch (const std::exception& failure) {
+    std::fprintf(stderr, "ardenvue-sim: %s\n", failure.what());
+    return 2;
 }

@@ -28,7 +28,6 @@ using sim::Time;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::Ge;
-using testing::IsEmpty;
 using testing::Le;
 using testing::Pair;
 using testing::UnorderedElementsAre;
