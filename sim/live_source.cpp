@@ -88,7 +88,7 @@ void LiveSource::take_video(Time now) {
     if (late > longest_delay) {
         video_start_ += late;
     }
-    const std::vector<Bytes>& frames = pictures_[picture_ % pictures_.size()];
+    const std::vector<Bytes>& frames = pictures_[static_cast<std::size_t>(picture_ % pictures_.size())];
     piece_.insert(piece_.end(), frames[part_].begin(), frames[part_].end());
     if (++part_ == frames.size()) {
         part_ = 0;
