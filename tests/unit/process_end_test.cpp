@@ -22,7 +22,6 @@ namespace {
 }
 
 TEST(ProcessEnd, FirstCallerDecidesAndLaterOnesCanBeJoined) {
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(end_twice(), testing::ExitedWithCode(3), "");
     EXPECT_EXIT(end_process(2), testing::ExitedWithCode(2), "");
 }
