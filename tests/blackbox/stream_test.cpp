@@ -1,6 +1,7 @@
 // The remote controller's whole stream through the shipped executable: a clip and a camera at work on one
 // side, ring, files and datagrams on the other.
 #include <array>
+#include <memory>
 
 #include "include/ardenvue.h"
 #include "sim/capture_file.h"
@@ -34,9 +35,10 @@ class Playing {
         ASSERT_TRUE(player_->send_closing_frame());
     }
 
-    // Plays until stop_background().
-    void play_in_background(sim::Source& source) {
-        background_ = std::thread{[this, &source] { player_->play(source, Time::max(), stop_); }};
+    // Plays until stop_background(), or its own end.
+    void play_in_background(std::unique_ptr<sim::Source> source) {
+        source_ = std::move(source);
+        background_ = std::thread{[this] { player_->play(*source_, Time::max(), stop_); }};
     }
     void stop_background() {
         stop_ = true;
@@ -44,6 +46,11 @@ class Playing {
             background_.join();
         }
         stop_ = false;
+    }
+    // Stops, then plays what was played in the background for so long still.
+    void finish_background(Time length) {
+        stop_background();
+        play(*source_, length);
     }
 
     const sim::PlayTally& tally() const { return player_->tally(); }
@@ -100,6 +107,7 @@ class Playing {
     sim::PacketLog log_;
     std::atomic<bool> stop_{false};
     std::optional<sim::Player> player_;
+    std::unique_ptr<sim::Source> source_;
     std::thread background_;
 };
 
@@ -158,8 +166,8 @@ TEST(Stream, OfAClipArrivesWhole) {
 // What a main application sends comes back as changed camera state.
 TEST(Stream, CommandsComeBackAsCameraState) {
     Playing playing;
-    sim::LiveSource source{{}, playing.camera, {}, playing.stopwatch.now()};
-    playing.play_in_background(source);
+    playing.play_in_background(std::make_unique<sim::LiveSource>(
+        std::vector<AccessUnit>{}, playing.camera, sim::LiveSource::Options{}, playing.stopwatch.now()));
     Service& service = playing.service;
     ASSERT_NE(service.next_status({"camera_detected=1,"}), "");
 
@@ -280,9 +288,9 @@ TEST(Stream, ReplayedFromACaptureIsTheSame) {
         ASSERT_TRUE(port);
         Recorder recorder{*port, path};
         ASSERT_TRUE(playing.service.said("Client connected"));
-        const std::vector<AccessUnit> pictures = clip("1280x720");
-        sim::LiveSource source{pictures, playing.camera, {20, false, {}}, playing.stopwatch.now()};
-        playing.play_in_background(source);
+        playing.play_in_background(std::make_unique<sim::LiveSource>(clip("1280x720"), playing.camera,
+                                                                     sim::LiveSource::Options{20, false, {}},
+                                                                     playing.stopwatch.now()));
         std::vector<int> seen = focus_positions(playing.service, 430);
         for (const char* percent : {"25", "50", "75"}) {
             // Further apart than the half second of delay that a replay makes up for, so that none is lost to
@@ -296,8 +304,7 @@ TEST(Stream, ReplayedFromACaptureIsTheSame) {
         EXPECT_EQ(seen, expected_positions);
         playing.service.command(R"({"cmd":"iso","param":"3200"})");
         ASSERT_NE(playing.service.next_status({"iso=3200,", "iso_set=3200,"}), "");
-        playing.stop_background();
-        playing.play(source, 0s);
+        playing.finish_background(0s);
         recorded_status = playing.final_status();
         recorded = playing.ring(playing.tally().video.frames);
         EXPECT_TRUE(recorder.finish(playing.tally().stream_bytes));
@@ -305,12 +312,11 @@ TEST(Stream, ReplayedFromACaptureIsTheSame) {
     ASSERT_GT(recorded.size(), 50u);
     {
         Playing playing;
-        sim::ReplaySource source;
-        ASSERT_TRUE(source.open(path, false, playing.stopwatch.now()));
-        playing.play_in_background(source);
+        auto source = std::make_unique<sim::ReplaySource>();
+        ASSERT_TRUE(source->open(path, false, playing.stopwatch.now()));
+        playing.play_in_background(std::move(source));
         EXPECT_EQ(focus_positions(playing.service, expected_positions.back()), expected_positions);
-        playing.stop_background();
-        playing.play(source, 3600s);  // to its end
+        playing.finish_background(3600s);  // to its end
         EXPECT_EQ(playing.ring(recorded.size()), recorded);
         EXPECT_EQ(playing.final_status(), recorded_status);
     }
