@@ -30,6 +30,8 @@ constexpr const char* hold = "0C 01 00 01 00 01 00 90";
 
 class Gimbal {
   public:
+    explicit Gimbal(ServiceSetup setup = {}) : service_{std::move(setup)} {}
+
     Service& service() { return service_; }
 
     // What the other process publishes.
@@ -226,6 +228,23 @@ TEST_F(GimbalMotion, DoesNotComeBetweenThePacketsOfACommand) {
     }
     EXPECT_GT(motion_packets, 3) << "the gimbal moved all the while";
     ASSERT_NO_FATAL_FAILURE(gimbal_->expect_stop(moving, relative_stop));
+}
+
+// Without the inputs' record the rest of the service goes on; it is asked for again, a line each time, but
+// not at every pass.
+TEST(GimbalMotionStart, AsksAgainForARecordThatCouldNotBeHad) {
+    Gimbal gimbal{{.faults = {"shm_open.shared_rc_raw"}}};
+    Service& service = gimbal.service();
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_NO_FATAL_FAILURE(gimbal.stream());
+    service.command(shot);
+    EXPECT_EQ(gimbal.next(), shot_packet);
+    ASSERT_TRUE(service.said(created, 4)) << "at the start, and three times while it streams";
+    EXPECT_GE(std::chrono::steady_clock::now() - start, Milliseconds{2000});
+    service.board().set_fault("shm_open.shared_rc_raw", false);
+    ASSERT_TRUE(eventually([&] { return service.board().shared_memory("/shared_rc_raw").has_value(); }));
+    ASSERT_NO_FATAL_FAILURE(gimbal.publish({0.5, 0, 0}));
+    EXPECT_EQ(gimbal.next(), "0C F4 01 00 00 00 00 90");
 }
 
 // While the link is down nothing is built, and modes and locks are taken all the same.

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "commands/camera_video.h"
 #include "link/usb_link.h"
 
 namespace {
@@ -207,6 +208,21 @@ TEST(Dispatcher, ConvertsEveryNumberThatATextCanHold) {
         } else {
             EXPECT_THAT(seen, ElementsAre(c.line, c.payload)) << c.members;
         }
+    }
+}
+
+// The builder takes more than the dispatcher asks it for.
+TEST(VideoResolution, SizeAndRateAreCodedApart) {
+    struct Case {
+        int width, height, frame_rate;
+        const char* codes;
+    };
+    for (const Case& c : {Case{2704, 1520, 96, "18 0B "}, Case{1280, 1080, 30, "00 03 "},
+                          Case{4096, 720, 0, "00 00 "}, Case{1920, 1080, 29, "0A 00 "}}) {
+        sent.clear();
+        camera_set_video_resolution(c.width, c.height, c.frame_rate);
+        EXPECT_THAT(sent,
+                    ElementsAre(std::string{"18 "} + c.codes + "00 00 00 ", std::string{"AF "} + c.codes));
     }
 }
 
