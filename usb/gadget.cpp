@@ -39,14 +39,10 @@ class Cancellable {
     Cancellable& operator=(const Cancellable&) = delete;
 };
 
-// Runs at the end of the reader, also when it is cancelled.
-struct EndpointCloser {
-    UsbLink& link;
-    ~EndpointCloser() {
-        usb_gadget_endpoint_close(link.ep_in.exchange(nullptr));
-        usb_gadget_endpoint_close(link.ep_out.exchange(nullptr));
-    }
-};
+void close_endpoints(UsbLink& link) {
+    usb_gadget_endpoint_close(link.ep_in.exchange(nullptr));
+    usb_gadget_endpoint_close(link.ep_out.exchange(nullptr));
+}
 
 // One packet, after the bytes already buffered; a cancellation in the middle of the read releases the lock.
 std::int16_t read_packet(UsbLink& link, usb_gadget_endpoint* endpoint) {
@@ -63,12 +59,15 @@ void end_streaming(UsbLink& link) {
     link.streaming = 0;
 }
 
-// A reader that was started earlier is gone afterwards, and cannot close endpoints that are enabled next.
+// A reader that was started earlier is gone afterwards, and its endpoints are closed: by this thread, which
+// is the one that changes the list of endpoints, so a reader that is cancelled has nothing left to do but let
+// go of the lock.
 void retire_reader(UsbLink& link) {
     if (link.read_thread) {
         pthread_cancel(*link.read_thread);
         pthread_join(*link.read_thread, nullptr);
         link.read_thread.reset();
+        close_endpoints(link);
     }
 }
 
@@ -184,7 +183,6 @@ void* usb_receiver_thread(void* /*argument*/) {
 void* usbRead_thread(void* /*argument*/) {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     UsbLink& link = usb_link();
-    const EndpointCloser closer{link};
     while (link.stop == 0) {
         {
             const Cancellable cancellable;
@@ -217,6 +215,7 @@ void* usbRead_thread(void* /*argument*/) {
             break;
         }
     }
+    close_endpoints(link);
     return nullptr;
 }
 
@@ -244,11 +243,13 @@ void loopback_event_cb(usb_gadget_handle* handle, const usb_gadget_event* event,
                 disable_endpoint(link.ep_in, "USB endpoint IN disabled\n");
             } else if (event->number == out_endpoint_number) {
                 disable_endpoint(link.ep_out, "USB endpoint OUT disabled\n");
+                retire_reader(link);
             }
             break;
         case disconnected:
             std::fputs("USB disconnected\n", stderr);
             retire_reader(link);
+            close_endpoints(link);  // also of a configuration that was only half opened
             break;
         case connected:
         case suspended:

@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/relaxed.h"
+#include "platform/file_descriptor.h"
 #include "usb/libusb-gadget/endpoint_files.h"
 
 static_assert(sizeof(usb_gadgetfs_event) == 12);
@@ -72,11 +72,18 @@ bool get_descriptor(usb_gadget_handle& handle, const Request& request) {
     }
 }
 
+// The callback hears of an endpoint when its record is closed but its file is not yet: it can see to it that
+// no thread is inside a transfer, for a descriptor closed under one might name another file by the time it is
+// used.
 void deselect_configuration(usb_gadget_handle& handle) {
-    while (!handle.endpoints.empty()) {
-        usb_gadget_endpoint& endpoint = *handle.endpoints.front();
-        close_ep(endpoint);
-        report_event(handle, usb_gadget_event_kind::endpoint_disabled, endpoint_number(*endpoint.desc));
+    const std::vector<usb_gadget_endpoint*> closing = handle.endpoints;
+    std::vector<FileDescriptor> files;
+    files.reserve(closing.size());
+    for (usb_gadget_endpoint* endpoint : closing) {
+        files.push_back(detach_file(*endpoint));
+    }
+    for (const usb_gadget_endpoint* endpoint : closing) {
+        report_event(handle, usb_gadget_event_kind::endpoint_disabled, endpoint_number(*endpoint->desc));
     }
 }
 

@@ -9,7 +9,6 @@
 #include <charconv>
 #include <cstring>
 
-#include "platform/file_descriptor.h"
 #include "platform/little_endian.h"
 #include "platform/relaxed.h"
 
@@ -206,13 +205,14 @@ int set_config(usb_gadget_handle& handle) {
     return 0;
 }
 
-void close_ep(usb_gadget_endpoint& endpoint) {
+FileDescriptor detach_file(usb_gadget_endpoint& endpoint) {
     std::erase(endpoint.handle->endpoints, &endpoint);
-    const int fd = endpoint.fd.exchange(-1);
     store_text(endpoint.name, "");
-    if (fd > 0) {
-        close(fd);
-    }
+    return FileDescriptor{endpoint.fd.exchange(-1)};
+}
+
+void close_ep(usb_gadget_endpoint& endpoint) {
+    detach_file(endpoint);
 }
 
 void report_event(usb_gadget_handle& handle, usb_gadget_event_kind kind, std::uint32_t number) {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/file_descriptor.h"
 #include "usb/libusb-gadget/usb-gadget.h"
 
 // The first entry of /dev/gadget, in the order in which the directory lists them, that is accepted; empty
@@ -34,7 +35,10 @@ bool endpoint_file_fits(std::string_view name, const usb_endpoint_descriptor& de
 // 0, or -1 at the first that fails: the ones before it stay open.
 int set_config(usb_gadget_handle& handle);
 
-// Closes an endpoint's file and takes it off the handle's list; the record stays.
+// Takes an endpoint off the handle's list and its file from it, for the caller to close; the record stays.
+FileDescriptor detach_file(usb_gadget_endpoint& endpoint);
+
+// detach_file, and closes the file.
 void close_ep(usb_gadget_endpoint& endpoint);
 
 // Tells the callback, when there is one.
