@@ -1,0 +1,186 @@
+// The relay: one TCP client at a time sees the raw stream and writes to the remote controller.
+#include <netinet/tcp.h>
+
+#include <memory>
+#include <random>
+
+#include "tests/blackbox/harness.h"
+
+namespace {
+using namespace blackbox;
+using testing::IsEmpty;
+
+// A client of the relay, with what it has received so far.
+class Client {
+  public:
+    explicit Client(std::uint16_t port, int receive_buffer = 0)
+        : fd_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
+        if (receive_buffer > 0) {
+            setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
+        }
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port);
+        if (connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            throw std::runtime_error("the relay does not listen");
+        }
+    }
+    ~Client() { close(fd_); }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    void send(const Bytes& bytes) const {
+        ASSERT_EQ(::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+    }
+
+    // Receives once; false at the end of the connection, or when nothing came in time.
+    bool receive(Milliseconds timeout = patience) {
+        pollfd entry{fd_, POLLIN, 0};
+        Bytes piece(65'536);
+        const ssize_t size = poll(&entry, 1, static_cast<int>(timeout.count())) > 0
+                                 ? recv(fd_, piece.data(), piece.size(), 0)
+                                 : 0;
+        if (size > 0) {
+            received_.insert(received_.end(), piece.begin(), piece.begin() + size);
+        }
+        return size > 0;
+    }
+    // Receives until the bytes are among what was received, in one run.
+    bool receives(const Bytes& bytes) {
+        const auto there = [&] {
+            return std::search(received_.begin(), received_.end(), bytes.begin(), bytes.end());
+        };
+        while (there() == received_.end()) {
+            if (!receive()) {
+                return false;
+            }
+        }
+        return true;
+    }
+    const Bytes& received() const { return received_; }
+
+    // Goes as a client does whose machine lost it: the connection is reset.
+    void vanish() {
+        const linger at_once = {1, 0};
+        setsockopt(fd_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        close(fd_);
+        fd_ = -1;
+    }
+
+  private:
+    int fd_;
+    Bytes received_;
+};
+
+constexpr const char* waiting = "TCP server: Waiting TCP client connection...\n";
+constexpr const char* connected = "TCP server: Client connected with ip address: 127.0.0.1\n";
+
+// Bytes without any order, so that a lost, doubled or moved piece shows.
+Bytes noise(std::size_t size, unsigned seed) {
+    std::mt19937 random{seed};
+    Bytes bytes(size);
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::uint8_t>(random()); });
+    return bytes;
+}
+
+// Packets from the IN endpoint until they come to that many bytes.
+Bytes written_to_camera(Service& service, std::size_t size) {
+    Bytes bytes;
+    while (bytes.size() < size) {
+        const Bytes packet = service.next_packet();
+        if (packet.empty()) {
+            break;
+        }
+        bytes.insert(bytes.end(), packet.begin(), packet.end());
+    }
+    return bytes;
+}
+
+TEST(Relay, ServesOneClientAfterTheOther) {
+    Service service{{{}, {}, {}, true, {"sndbuf"}}};
+    const std::uint16_t port = service.board().relay_port(patience).value_or(0);
+    auto first = std::make_unique<Client>(port);
+    EXPECT_TRUE(service.said(connected));
+    EXPECT_TRUE(service.said("TCP server: can't set buffer size\n"));
+
+    // Before the stream flows nothing passes, neither way: what comes first is its first frame.
+    first->send({0xEE});
+    ASSERT_NO_FATAL_FAILURE(service.stream());
+    EXPECT_TRUE(first->receives(keep_alive_frame));
+    EXPECT_EQ(Bytes(first->received().begin(), first->received().begin() + 8), keep_alive_frame);
+
+    // A small piece, one as large as a packet, and several packets.
+    for (const std::size_t size : {3U, 512U, 40'000U}) {
+        const Bytes bytes = noise(size, 1);
+        ASSERT_TRUE(service.send(bytes));
+        EXPECT_TRUE(first->receives(bytes)) << size;
+    }
+
+    first->send({0x42});
+    EXPECT_EQ(service.next_packet(), Bytes{0x42});
+    const Bytes injected = noise(2'000, 2);
+    first->send(injected);
+    EXPECT_EQ(written_to_camera(service, injected.size()), injected);
+
+    // The second waits for the first to go, and misses what came before.
+    Client second{port};
+    const Bytes before = noise(5'000, 3);
+    ASSERT_TRUE(service.send(before));
+    EXPECT_TRUE(first->receives(before));
+    EXPECT_THAT(second.received(), IsEmpty());
+    EXPECT_FALSE(service.board().wait_for(connected, Milliseconds{0}, 2));
+    first.reset();
+    EXPECT_TRUE(service.said(waiting, 2));
+    EXPECT_TRUE(service.said(connected, 2));
+    const Bytes after = noise(5'000, 4);
+    ASSERT_TRUE(service.send(after));
+    EXPECT_TRUE(second.receives(after));
+    EXPECT_EQ(std::search(second.received().begin(), second.received().end(), before.begin(), before.end()),
+              second.received().end());
+
+    // Vanished with the stream flowing: the process and the stream go on.
+    second.vanish();
+    ASSERT_TRUE(service.send(noise(100'000, 5)));
+    EXPECT_TRUE(service.said(waiting, 3));
+    Client third{port};
+    EXPECT_TRUE(third.receives(keep_alive_frame));
+}
+
+TEST(Relay, DropsAClientThatStopsReading) {
+    Service service;
+    const std::uint16_t port = service.board().relay_port(patience).value_or(0);
+    Client stalled{port, 4'096};
+    ASSERT_NO_FATAL_FAILURE(service.stream());
+    ASSERT_TRUE(service.said(connected));
+    const Bytes piece = noise(50'000, 6);
+    Bytes sent;
+    while (!service.board().wait_for(waiting, Milliseconds{0}, 2)) {
+        ASSERT_LT(sent.size(), 20'000'000U) << "more than the kernel keeps for a client";
+        ASSERT_TRUE(service.send(piece));
+        sent.insert(sent.end(), piece.begin(), piece.end());
+    }
+    // At one read per send timeout, this would take hours.
+    for (int i = 0; i < 40; ++i) {
+        ASSERT_TRUE(service.send(piece));
+    }
+    Client next{port};
+    EXPECT_TRUE(next.receives(keep_alive_frame));
+    // The connection ended, and what came through before is the stream without a hole.
+    while (stalled.receive()) {
+    }
+    const auto pieces = [](Bytes bytes) {
+        for (auto at = bytes.begin(); at != bytes.end();) {
+            at = std::search(at, bytes.end(), keep_alive_frame.begin(), keep_alive_frame.end());
+            at = at == bytes.end()
+                     ? at
+                     : bytes.erase(at, at + static_cast<std::ptrdiff_t>(keep_alive_frame.size()));
+        }
+        return bytes;
+    };
+    const Bytes got = pieces(stalled.received());
+    EXPECT_GT(got.size(), 4'096U);
+    ASSERT_LE(got.size(), sent.size());
+    EXPECT_TRUE(std::equal(got.begin(), got.end() - 8, sent.begin()));
+}
+}  // namespace
