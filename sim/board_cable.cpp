@@ -23,13 +23,11 @@ using board_protocol::Kind;
 using board_protocol::Result;
 using Fd = std::shared_ptr<const int>;
 
-constexpr std::size_t largest_message = 65'536;
 constexpr std::size_t largest_packet = 512;
 constexpr std::size_t send_batch = 64;  // packets handed to the kernel in one call
 // How far the host may run ahead of the reader: about forty packets with their bookkeeping, so that neither
 // side goes to sleep for every packet.
 constexpr int out_queue_bytes = 64 * 1024;
-constexpr Milliseconds event_patience{300};
 
 Fd own(int fd, const char* what) {
     if (fd < 0) {
@@ -205,15 +203,14 @@ void BoardCable::accept_file() {
 
 void BoardCable::receive_from(const FilePtr& file) {
     Kind kind{};
-    Bytes content(largest_message);
-    iovec pieces[] = {{&kind, 1}, {content.data(), content.size()}};
+    iovec pieces[] = {{&kind, 1}, {message_.data(), message_.size()}};
     msghdr message{};
     message.msg_iov = pieces;
     message.msg_iovlen = 2;
     const ssize_t count = recvmsg(*file->fd, &message, MSG_DONTWAIT);
     const std::lock_guard lock{mutex_};
     if (count > 0) {
-        handle(file, kind, std::span{content}.first(static_cast<std::size_t>(count) - 1));
+        handle(file, kind, std::span{message_}.first(static_cast<std::size_t>(count) - 1));
     } else if (count == 0 || errno != EAGAIN) {
         file->unread = count < 0;  // ECONNRESET
         close_file(file);
@@ -356,6 +353,7 @@ bool BoardCable::wait_until_closed(Milliseconds timeout) {
 }
 
 bool BoardCable::plug(Speed speed) {
+    const std::lock_guard one_at_a_time{control_};
     {
         const std::lock_guard lock{mutex_};
         if (!device_) {
@@ -367,9 +365,9 @@ bool BoardCable::plug(Speed speed) {
         received_.clear();
         speed = *speed_;
     }
-    deliver_event(connect_event(speed), event_patience);
-    deliver_event(disconnect_event(), event_patience);
-    deliver_event(connect_event(speed), event_patience);
+    deliver_event(connect_event(speed), event_patience_);
+    deliver_event(disconnect_event(), event_patience_);
+    deliver_event(connect_event(speed), event_patience_);
     return true;
 }
 
@@ -522,6 +520,11 @@ std::optional<Bytes> BoardCable::bulk_in(Milliseconds timeout) {
     Bytes packet = std::move(received_.front());
     received_.pop_front();
     return packet;
+}
+
+void BoardCable::set_event_patience(Milliseconds patience) {
+    const std::lock_guard lock{control_};
+    event_patience_ = patience;
 }
 
 void BoardCable::hold_in(bool hold) {

@@ -61,6 +61,9 @@ class BoardCable final : public Cable {
     // While held, the host does not ask for IN packets: a write of the service blocks.
     void hold_in(bool hold);
 
+    // How long plug waits for the service to read one event before it sends the next; 2 s if never set.
+    void set_event_patience(Milliseconds patience);
+
     // The next configuration of a file (the controller or an endpoint) is refused with this error number.
     void refuse_configuration(const std::string& file, int error);
 
@@ -103,8 +106,9 @@ class BoardCable final : public Cable {
     std::shared_ptr<const int> listener_;
     std::shared_ptr<const int> wake_;
 
-    std::mutex control_;  // one request at a time
-    std::mutex mutex_;    // guards all below
+    std::mutex control_;  // one request, one plugging at a time
+    Milliseconds event_patience_{2'000};
+    std::mutex mutex_;  // guards all below
     std::condition_variable changed_;
     bool ending_ = false;
     std::vector<FilePtr> files_;
@@ -121,6 +125,7 @@ class BoardCable final : public Cable {
     std::map<std::string, unsigned> clear_halts_;
     std::map<std::string, unsigned> halts_;
 
+    Bytes message_ = Bytes(65'536);  // used by the server thread alone
     std::thread server_;
 };
 

@@ -381,6 +381,7 @@ TEST(SimulatedBoard, HandsOutUpToFiveEventsAndStopsAfterASetup) {
 
 TEST(SimulatedBoard, VoidsUnreadEventsAsTheKernelDoes) {
     Program program{"unread_events"};
+    program.cable().set_event_patience(Milliseconds{0});
     program.wait("device open\n");
     ASSERT_TRUE(program.cable().plug(sim::Speed::high));
     program.cable().pull();
