@@ -20,7 +20,7 @@ std::string make_directory() {
     if (mkdtemp(path.data()) == nullptr) {
         throw std::runtime_error("simulated board: " + path + ": " + std::strerror(errno));
     }
-    for (const char* part : {"dev/gadget", "run", "faults", "work"}) {
+    for (const char* part : {"dev/gadget", "run", "faults", "cwd"}) {
         fs::create_directories(fs::path{path} / part);
     }
     return path;
@@ -78,7 +78,7 @@ void Board::start(const ServiceOptions& service) {
     const int notices = options_.notice_port == 0 ? notice_port() : options_.notice_port;
     ServiceOptions placed = service;
     if (placed.working_directory.empty()) {
-        placed.working_directory = directory_ + "/work";
+        placed.working_directory = directory_ + "/cwd";
     }
     start_process(placed, {"LD_PRELOAD=" + options_.library, "ARDENVUE_BOARD=" + directory_,
                            "ARDENVUE_BOARD_RELAY_PORT=" + std::to_string(options_.relay_port),

@@ -327,7 +327,7 @@ class Program {
     void wait(const char* text, int times = 1) {
         ASSERT_TRUE(board_.wait_for(text, patience, times)) << text << "\n" << board_.errors();
     }
-    void touch(const char* file) { std::ofstream{board_.directory() + "/work/" + file} << ""; }
+    void touch(const char* file) { std::ofstream{board_.directory() + "/cwd/" + file} << ""; }
     std::string transcript() {
         board_.wait_for_end(patience);
         return board_.errors();

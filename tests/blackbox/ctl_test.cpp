@@ -446,7 +446,7 @@ TEST(CtlAlone, SaysWhatIsMissing) {
     const std::string port = std::to_string(service.main_application().port());
     const std::string board = service.board().directory();
     const std::string relay = std::to_string(service.board().relay_port(patience).value_or(0));
-    const std::string file = board + "/work/file";
+    const std::string file = board + "/cwd/file";
     std::ofstream{file} << "not empty";
     const std::string here = " --run-dir " + board + "/run --relay-port " + relay + " --ring " +
                              service.board().shm_name(ardenvue::frame_ring_name) + " ";
@@ -487,7 +487,7 @@ TEST(CtlAlone, InjectsAFileInPacketsOfTheLink) {
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         bytes[i] = static_cast<std::uint8_t>(i * 7);
     }
-    const std::string file = service.board().directory() + "/work/file";
+    const std::string file = service.board().directory() + "/cwd/file";
     std::ofstream{file, std::ios::binary}.write(reinterpret_cast<const char*>(bytes.data()), 700);
     const Result result = run_ctl("inject " + file + " --relay-port " +
                                   std::to_string(service.board().relay_port(patience).value_or(0)));

@@ -238,7 +238,7 @@ struct WithCompanion {
         FakePidof::write_script(place() / "linkagent", "touch started.$$\n");
     }
     std::filesystem::path place() const {
-        return std::filesystem::path{service->board().directory()} / "work";
+        return std::filesystem::path{service->board().directory()} / "cwd";
     }
     int companions_started() const {
         int count = 0;
