@@ -200,7 +200,8 @@ TEST(Stream, CommandsComeBackAsCameraState) {
                    "antiflicker=60 Hz,", "video_std=PAL,", "histogram=1,", "shots_left=3411,"}),
               "")
         << service.next_status();
-    EXPECT_EQ(playing.camera.state(playing.stopwatch.now()).focus_position, 500);
+    EXPECT_TRUE(
+        eventually([&] { return playing.camera.state(playing.stopwatch.now()).focus_position == 500; }));
 
     service.command(R"({"cmd":"record","param":"start"})");
     EXPECT_NE(service.next_status({"rec_time=00:00:01,"}), "");
