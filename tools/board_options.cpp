@@ -10,10 +10,6 @@
 namespace ctl {
 namespace {
 
-void set_text(std::string& field, const std::string& value) {
-    field = value;
-}
-
 void set_port(std::uint16_t& field, const std::string& value) {
     const char* end = value.data() + value.size();
     std::uint16_t port = 0;
@@ -41,9 +37,9 @@ void read_simulated_board(const std::string& directory, BoardOptions& options) {
         } else if (name == "RELAY_PORT") {
             set_port(options.relay_port, value);
         } else if (name == "FRAME_RING") {
-            set_text(options.ring_name, value);
+            options.ring_name = value;
         } else if (name == "RUN_DIR") {
-            set_text(options.run_dir, value);
+            options.run_dir = value;
         }
     }
 }

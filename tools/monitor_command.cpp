@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -73,6 +74,78 @@ void print_line(const std::string& text) {
     std::fflush(stdout);
 }
 
+// Shows the state from time to time, on a screen or as lines.
+class Display {
+  public:
+    explicit Display(bool on_a_screen) {
+        if (on_a_screen) {
+            screen_.emplace();
+        }
+    }
+
+    // False once the user wants to leave.
+    bool show(const MonitorState& state) {
+        if (screen_ && redraw_.due()) {
+            screen_->draw(state);
+        } else if (!screen_ && line_.due()) {
+            print_line(summary_line(state));
+        }
+        return !screen_ || !screen_->quit_requested();
+    }
+
+    // The screen shows the script's commands anyway.
+    void show_played(const PlayedCommand& played) const {
+        if (!screen_) {
+            print_line(played_text(played));
+        }
+    }
+
+  private:
+    std::optional<MonitorScreen> screen_;
+    Every redraw_{redraw_interval};
+    Every line_{line_interval};
+};
+
+void update(MonitorState& state, const ServiceLink& link, const VideoFeed& video) {
+    state.link_up = link.up();
+    state.service = link.knows_service() ? link.service_name() : "";
+    state.ring = video.totals();
+    state.ring_problem = video.open() ? "" : video.problem();
+}
+
+// Listens, reads the ring and plays the script until something ends it: the time, the script, the user, a
+// signal.
+void watch(const MonitorOptions& options, ServiceLink& link, VideoFeed& video, ScriptPlayer& player,
+           MonitorState& state) {
+    Display display{!options.lines && has_terminal()};
+    Every presence{presence_interval};
+    Every rate{rate_interval};
+    Rates rates;
+    const auto start = Clock::now();
+    while (!stop_requested() && (options.seconds <= 0 || Clock::now() < start + seconds(options.seconds))) {
+        link.wait(state.view, Clock::now() + pass_interval);
+        link.drain(state.view);
+        video.poll();
+        state.running_seconds = in_seconds(Clock::now() - start);
+        update(state, link, video);
+        if (rate.due()) {
+            rates.update(state);
+            state.picture_size = video.picture_size();
+        }
+        if (presence.due()) {
+            link.send_command("{}");
+        }
+        if (state.player != nullptr && player.step(link, state.view)) {
+            display.show_played(player.played().back());
+        }
+        const bool script_is_all = state.player != nullptr && options.seconds <= 0;
+        if (!display.show(state) || (script_is_all && player.finished())) {
+            break;
+        }
+    }
+    state.picture_size = video.picture_size();
+}
+
 int script_code(const ScriptPlayer& player) {
     bool all = player.played().size() == player.command_count();
     for (const PlayedCommand& played : player.played()) {
@@ -100,48 +173,8 @@ int run_monitor(const BoardOptions& board, const MonitorOptions& options) {
     VideoFeed video{board.ring_name, board.run_dir};
     MonitorState state;
     state.player = options.play.empty() ? nullptr : &player;
-    std::optional<MonitorScreen> screen;
-    if (!options.lines && has_terminal()) {
-        screen.emplace();
-    }
     const auto start = Clock::now();
-    const auto end = options.seconds > 0 ? start + seconds(options.seconds) : Clock::time_point::max();
-    Every redraw{redraw_interval};
-    Every line{line_interval};
-    Every presence{presence_interval};
-    Every rate{rate_interval};
-    Rates rates;
-    while (!stop_requested() && Clock::now() < end) {
-        link.wait(state.view, Clock::now() + pass_interval);
-        link.drain(state.view);
-        video.poll();
-        state.running_seconds = in_seconds(Clock::now() - start);
-        state.link_up = link.up();
-        state.service = link.knows_service() ? link.service_name() : "";
-        state.ring = video.totals();
-        state.ring_problem = video.open() ? "" : video.problem();
-        if (rate.due()) {
-            rates.update(state);
-            state.picture_size = video.picture_size();
-        }
-        if (presence.due()) {
-            link.send_command("{}");
-        }
-        if (state.player != nullptr && player.step(link, state.view) && !screen) {
-            print_line(played_text(player.played().back()));
-        }
-        if (screen && redraw.due()) {
-            screen->draw(state);
-        }
-        if (screen ? screen->quit_requested() : line.due() && (print_line(summary_line(state)), false)) {
-            break;
-        }
-        if (state.player != nullptr && options.seconds <= 0 && player.finished()) {
-            break;
-        }
-    }
-    screen.reset();
-    state.picture_size = video.picture_size();
+    watch(options, link, video, player, state);
     if (!options.report.empty() && !write_report(options.report, state, link, video, start)) {
         std::fprintf(stderr, "ardenvue-ctl: can't write %s: %s\n", options.report.c_str(),
                      std::strerror(errno));

@@ -252,7 +252,7 @@ TEST_F(Ctl, CapturesTheStreamWithItsTimes) {
     }
     EXPECT_FALSE(capture.damaged());
     EXPECT_GE(last, 1s);
-    EXPECT_LE(last, 3s);
+    EXPECT_LE(last, 10s);
 
     EXPECT_GE(payloads, 10);
     EXPECT_TRUE(stage().streams(video));
@@ -281,7 +281,7 @@ TEST_F(Ctl, PlaysAScriptAndReportsWhatBecameOfIt) {
                 HasSubstr("script, line 9: unknown command \"horiz\": did you mean \"horizont\"?"));
 
     std::ofstream{stage().file("script"), std::ios::app} << "ont calibrate\naperture 22\n";
-    const Result result = stage().ctl("monitor --lines --wait 5 --play " + stage().file("script") +
+    const Result result = stage().ctl("monitor --lines --wait 8 --play " + stage().file("script") +
                                       " --report " + stage().file("report"));
     EXPECT_EQ(result.code, ctl::not_confirmed);
     EXPECT_THAT(result.output, HasSubstr("record start: confirmed after"));
