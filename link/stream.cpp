@@ -20,7 +20,6 @@ constexpr std::uint8_t packets_type = 0x49;
 
 constexpr std::uint8_t long_packet_code = 0xF8;
 constexpr std::size_t long_packet_size = 1016;
-constexpr std::size_t smallest_packet_size = 4;
 
 constexpr std::size_t dump_size = 40;
 
@@ -83,6 +82,9 @@ int parse_usb_stream(std::uint8_t* buffer, std::uint32_t& fill) {
         const std::span<const std::uint8_t> bytes{buffer, fill};
         const std::size_t sync = find_sync(bytes);
         const std::size_t start = sync < bytes.size() ? sync : 0;
+        if (start + frame_header_size > bytes.size()) {
+            break;
+        }
         const std::size_t frame_size = load_le16(&bytes[start + length_offset]) + frame_header_size;
         const std::size_t end = start + frame_size;
         if (end >= bytes.size()) {
@@ -100,7 +102,7 @@ void scan_camera_packets(std::span<const std::uint8_t> payload) {
     while (position + 1 < payload.size()) {
         const std::span<const std::uint8_t> rest = payload.subspan(position);
         const std::size_t size = rest[1] == long_packet_code ? long_packet_size : rest[1];
-        if (rest[0] == link_packet::start_byte && size >= smallest_packet_size && size <= rest.size() &&
+        if (rest[0] == link_packet::start_byte && size <= rest.size() &&
             verify_link_packet(rest.first(size))) {
             decode_camera_packet(rest.first(size));
             position += size;

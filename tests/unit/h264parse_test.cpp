@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bitset>
 #include <fstream>
 #include <limits>
 #include <map>
@@ -11,6 +12,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tests/hex.h"
@@ -152,6 +154,21 @@ TEST(Sps, KeepsTheLastSizeWhenCutShort) {
             // Profile, level and the two sizes take more than six bytes in all of these.
             EXPECT_TRUE(!parsed || length > 6) << row.name << " cut to " << length;
         }
+    }
+}
+
+// ITU-T H.264, 7.3.2.1.1: with these, chroma format 4:2:0, depths of 8, no bypass and no matrices come first.
+TEST(Sps, KnowsTheProfilesWithMoreFields) {
+    const std::string rest = "1 011 010 0 00000101000 000011110 1 1 0 0";
+    const std::pair<int, bool> profiles[] = {{66, false}, {77, false}, {88, false}, {100, true},
+                                             {110, true}, {122, true}, {244, true}, {44, true},
+                                             {83, true},  {86, true},  {118, true}};
+    for (const auto& [profile, has_more_fields] : profiles) {
+        const Bytes bytes = bits(std::bitset<8>(static_cast<unsigned>(profile)).to_string() +
+                                 "00000000 00011111 1" + (has_more_fields ? "010 1 1 0 0" : "") + rest);
+        Size size{};
+        EXPECT_TRUE(parse(bytes, bytes.size(), size)) << profile;
+        EXPECT_EQ(size, (Size{640, 480})) << profile;
     }
 }
 

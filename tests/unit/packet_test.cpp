@@ -60,13 +60,15 @@ constexpr RecordStart record_start = make_link_packet<14>({0x02, 0x01, 0x40, 0x0
 
 // Takes numbers until the counter stands at the one asked for.
 RecordStart finish_with_number(std::uint16_t number) {
-    for (;;) {
-        RecordStart packet = record_start;
+    RecordStart packet = record_start;
+    for (int tries = 0; tries <= 0xFFFF; ++tries) {
+        packet = record_start;
         finish_link_packet(packet);
         if (load_le16(&packet[6]) == number) {
-            return packet;
+            break;
         }
     }
+    return packet;
 }
 
 TEST(FinishedPackets, AreThoseThatTheCameraTakes) {
@@ -77,7 +79,7 @@ TEST(FinishedPackets, AreThoseThatTheCameraTakes) {
 }
 
 TEST(FinishedPackets, CountOnFromZeroAfterTheLastNumber) {
-    finish_with_number(0xFFFF);
+    ASSERT_EQ(load_le16(&finish_with_number(0xFFFF)[6]), 0xFFFF);
     RecordStart packet = record_start;
     finish_link_packet(packet);
     EXPECT_EQ(load_le16(&packet[6]), 0);

@@ -69,6 +69,9 @@ const Bytes other_packet = {0x55, 0x0E, 0x04, 0x66, 0x01, 0x02, 0x00,
                             0x00, 0x00, 0x02, 0x81, 0xAA, 0x7C, 0xCD};
 const Bytes wrong_sum = {0x55, 0x0D, 0x04, 0x33, 0x01, 0x02, 0x00, 0x00, 0x00, 0x02, 0x81, 0x50, 0xF6};
 
+const Bytes around_packet = {0x55, 0x1A, 0x04, 0xB1, 0x01, 0x02, 0x00, 0x00, 0x00, 0x02, 0x81, 0x55, 0x0D,
+                             0x04, 0x33, 0x01, 0x02, 0x00, 0x00, 0x00, 0x02, 0x81, 0x50, 0xF5, 0xC0, 0xA8};
+
 // What the reader has read and not yet parsed, the buffer's capacity as on the board.
 struct Reader {
     Bytes buffer = Bytes(50'000);
@@ -189,6 +192,11 @@ const Reported reported[] = {
      "0xEE,0xEE,\n\n\n",
      {},
      {1, 2}},
+    {"a sync pattern with the byte after it waits for the rest",
+     {0, 0, 0, 0, 2, 0, 0, 0, 0x55, 0xCC, 0x4A, 0x57, 1},
+     "",
+     {},
+     {0, 0, 0, 0, 2, 0, 0, 0, 0x55, 0xCC, 0x4A, 0x57, 1}},
     {"a sync pattern without the byte after it is not seen",
      Bytes{0, 0, 0, 0, 2, 0, 0, 0, 0x55, 0xCC, 0x4A, 0x57},
      "\n\nSOMETHING WRONG: 10 bytes: 0x00,0x00,0x00,0x00,0x02,0x00,0x00,0x00,0x55,0xCC,\n\n\n",
@@ -220,6 +228,9 @@ struct Plain {
                 if (buffer[p] == 0x55 && buffer[p + 1] == 0xCC && known && buffer[p + 3] == 0x57) {
                     start = p;
                 }
+            }
+            if (start + 8 > buffer.size()) {
+                return;  // no frame is shorter
             }
             const std::size_t payload = buffer[start + 4] + 256U * buffer[start + 5];
             if (start + payload + 8 >= buffer.size()) {
@@ -278,6 +289,7 @@ const Scanned scanned[] = {
     {"nothing", {}, {}},
     {"a start byte at the end", {0x00, 0x55}, {}},
     {"two packets back to back", bare_packet + other_packet, {bare_packet, other_packet}},
+    {"a packet inside a whole one", around_packet, {around_packet}},
     {"a packet between other bytes",
      Bytes{0x55, 0x00, 0x55} + bare_packet + Bytes{0x55, 0xFF},
      {bare_packet}},
