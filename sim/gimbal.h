@@ -52,7 +52,6 @@ class Gimbal {
 
     // The three values as the attitude push carries them: tilt, roll negated, heading.
     GimbalValues pushed() const;
-    const Degrees& attitude() const { return attitude_; }
 
   private:
     void go_to(Degrees target);

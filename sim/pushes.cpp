@@ -52,7 +52,6 @@ Packet power_push(const AircraftState& state) {
     Packet packet = push(battery_address, battery_set, 0x01, 48);
     packet.payload[0] = state.battery_percent;
     store_le16(&packet.payload[1], state.voltage);
-    store_le16(&packet.payload[14], state.power_aux);
     return packet;
 }
 
@@ -60,13 +59,11 @@ Packet camera_status_push(const AircraftState& state) {
     Packet packet = push(camera_address, camera_set, 0x80, 53);
     std::uint8_t* const payload = packet.payload.data();
     payload[0] = state.recording ? 2 << 6 : 0;
-    payload[2] = state.flags_b;
     payload[4] = state.camera_mode;
     store_le32(payload + 9, state.sd_capacity_mb);
     store_le32(payload + 13, state.shots_left);
     store_le32(payload + 17, state.record_left_seconds);
     store_le16(payload + 29, state.record_seconds);
-    payload[31] = state.flags_c;
     payload[33] = state.device_id;
     return packet;
 }
@@ -79,8 +76,6 @@ Packet focus_push(const AircraftState& state, PushForm form) {
     store_le16(payload + 3, state.focus_position);
     put_float(payload + 13, state.focus_x);
     put_float(payload + 17, state.focus_y);
-    payload[21] = state.focus_aux_1;
-    payload[31] = state.focus_aux_2;
     return packet;
 }
 
@@ -103,7 +98,6 @@ Packet parameter_push(const AircraftState& state, PushForm form) {
     put24(payload + 40, state.shutter);
     store_le16(payload + 43, state.iso);
     payload[55] = state.standard;
-    payload[56] = state.ae_lock ? 1 : 0;
     return packet;
 }
 

@@ -15,8 +15,6 @@ struct AircraftState {
     std::uint8_t device_id = 14;
     bool recording = false;
     std::uint8_t camera_mode = 0;  // 0 photo, 1 video, 2 playback
-    std::uint8_t flags_b = 0;
-    std::uint8_t flags_c = 0;
     std::uint32_t sd_capacity_mb = 30'448;
     std::uint32_t shots_left = 3'412;
     std::uint32_t record_left_seconds = 4'020;
@@ -28,8 +26,6 @@ struct AircraftState {
     std::uint16_t focus_position = 430;
     float focus_x = 0.5F;
     float focus_y = 0.5F;
-    std::uint8_t focus_aux_1 = 0;
-    std::uint8_t focus_aux_2 = 0;
 
     // Camera parameter push.
     std::uint32_t shutter_set = 0x0080C8;  // low byte, middle byte with bit 7 for a fraction, digit: 1/200
@@ -48,7 +44,6 @@ struct AircraftState {
     std::uint8_t antiflicker = 0;
     std::uint16_t aperture = 560;  // f-number x 100
     std::uint8_t standard = 1;     // 0 PAL, 1 NTSC
-    bool ae_lock = false;
 
     // Gimbal attitude push.
     std::array<std::int16_t, 3> gimbal{};  // in the order in which the push carries them
@@ -57,7 +52,6 @@ struct AircraftState {
     std::uint8_t battery_percent = 87;
     std::uint16_t battery_temperature = 312;  // tenths
     std::uint16_t voltage = 15'240;
-    std::uint16_t power_aux = 0;
 
     // Histogram push.
     bool histogram_on = false;

@@ -46,9 +46,7 @@ class Session {
     // still runs, unless a fault ended it. True when there was nothing to complain of.
     bool run(const std::atomic<bool>& stop);
 
-    const PlayTally& tally() const { return tally_; }
     std::vector<std::string> problems() const;
-    const Camera& camera() const { return camera_; }
 
     // What happened, for people.
     void print_summary() const;

@@ -28,8 +28,8 @@ class Simulator : public testing::Test {
     void SetUp() override { fs::create_directories(directory); }
     void TearDown() override { fs::remove_all(directory); }
 
-    void run(const std::string& arguments) {
-        const std::string command = std::string{SIM_PATH} + " run " + arguments + " 2>&1";
+    void run(const std::string& arguments, const std::string& before = "") {
+        const std::string command = before + SIM_PATH + " run " + arguments + " 2>&1";
         std::FILE* const output = popen(command.c_str(), "r");
         ASSERT_NE(output, nullptr);
         std::array<char, 4096> buffer{};
@@ -64,6 +64,16 @@ TEST_F(Simulator, RunsTheServiceAndReports) {
                 AllOf(HasSubstr("STATUS_PORT=5999\n"), HasSubstr("RELAY_PORT="), HasSubstr("RUN_DIR=/")));
     const std::string ring = board.substr(board.find("FRAME_RING=") + 11);
     EXPECT_FALSE(fs::exists("/dev/shm" + ring.substr(0, ring.find('\n')))) << "left behind";
+}
+
+TEST_F(Simulator, StopsWhenTold) {
+    for (const char* signal : {"INT", "TERM"}) {
+        run("--no-video --report " + directory.string() + "/report",
+            std::string{"timeout --preserve-status -s "} + signal + " 4 ");
+        EXPECT_EQ(code, 0) << said;
+        EXPECT_THAT(said, HasSubstr("All is well."));
+        EXPECT_THAT(file("report"), AllOf(HasSubstr("RESULT=well\n"), HasSubstr("VIDEO_FRAMES=0\n")));
+    }
 }
 
 TEST_F(Simulator, FailsWhenTheServiceDoes) {
