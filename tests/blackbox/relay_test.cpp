@@ -1,6 +1,7 @@
 // The relay: one TCP client at a time sees the raw stream and writes to the remote controller.
 #include <netinet/tcp.h>
 
+#include <csignal>
 #include <memory>
 #include <random>
 
@@ -182,5 +183,22 @@ TEST(Relay, DropsAClientThatStopsReading) {
     EXPECT_GT(got.size(), 4'096U);
     ASSERT_LE(got.size(), sent.size());
     EXPECT_TRUE(std::equal(got.begin(), got.end() - 8, sent.begin()));
+}
+// What the last connection left in the kernel does not keep a restarted service from its port.
+TEST(Relay, ComesBackOnItsPortAtOnce) {
+    const UdpSocket number;  // held, so that no other test takes this number too
+    ServiceSetup setup;
+    setup.board.relay_port = number.port();
+    Service service{setup};
+    ASSERT_TRUE(service.said(waiting));
+    Client client{number.port()};
+    ASSERT_TRUE(service.said(connected));
+    service.board().kill();  // the service's side closes first, and waits for the client's
+    EXPECT_EQ(service.end_code(), -SIGKILL);
+    EXPECT_FALSE(client.receive());
+    service.start();
+    EXPECT_TRUE(service.said(waiting));
+    Client next{number.port()};
+    EXPECT_TRUE(service.said(connected));
 }
 }  // namespace

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "tests/blackbox/harness.h"
+#include "tests/blackbox/says_in_order.h"
 
 namespace {
 using namespace blackbox;
@@ -26,25 +27,6 @@ std::string lines(std::initializer_list<std::string> pieces) {
         text += piece;
     }
     return text;
-}
-
-// The lines stand there in this order. Threads that start meanwhile may say something in between.
-using Lines = std::vector<std::string>;
-MATCHER_P(SaysInOrderMatcher, wanted, "says in this order " + testing::PrintToString(wanted)) {
-    std::size_t at = 0;
-    for (const std::string& line : wanted) {
-        at = arg.find(line, at);
-        if (at == std::string::npos) {
-            *result_listener << "without " << testing::PrintToString(line);
-            return false;
-        }
-        at += line.size() - 1;  // the next may begin with this one's line end
-    }
-    return true;
-}
-
-auto SaysInOrder(Lines wanted) {
-    return SaysInOrderMatcher(std::move(wanted));
 }
 
 // The values of the watchdog's lines.
