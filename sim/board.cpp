@@ -6,8 +6,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
+
+#include "sim/files.h"
 
 namespace sim {
 namespace {
@@ -24,16 +25,6 @@ std::string make_directory() {
         fs::create_directories(fs::path{path} / part);
     }
     return path;
-}
-
-std::optional<std::string> contents(const std::string& path) {
-    std::ifstream file{path, std::ios::binary};
-    if (!file) {
-        return std::nullopt;
-    }
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
 }
 
 std::string shm_prefix(const std::string& directory) {
@@ -88,7 +79,7 @@ void Board::start(const ServiceOptions& service) {
 std::optional<std::uint16_t> Board::relay_port(Milliseconds timeout) const {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     do {
-        if (const std::optional<std::string> text = contents(directory_ + "/relay_port")) {
+        if (const std::optional<std::string> text = file_contents(directory_ + "/relay_port")) {
             return static_cast<std::uint16_t>(std::stoi(*text));
         }
     } while (!wait_for_end(Milliseconds{5}) && std::chrono::steady_clock::now() < deadline);
@@ -96,7 +87,7 @@ std::optional<std::uint16_t> Board::relay_port(Milliseconds timeout) const {
 }
 
 std::string Board::setup_commands() const {
-    return contents(directory_ + "/setup.log").value_or("");
+    return file_contents(directory_ + "/setup.log").value_or("");
 }
 
 void Board::set_fault(const std::string& name, bool fails) {

@@ -25,6 +25,8 @@ GadgetEvent disconnect_event();
 GadgetEvent suspend_event();
 GadgetEvent setup_event(const SetupPacket& setup);
 
+struct BoardFile;
+
 class BoardCable final : public Cable {
   public:
     // Serves the gadget files of the board in the directory. controllers are the files that are there from
@@ -81,8 +83,7 @@ class BoardCable final : public Cable {
     bool wait_for_endpoints(Milliseconds timeout);
 
   private:
-    struct File;
-    using FilePtr = std::shared_ptr<File>;
+    using FilePtr = std::shared_ptr<BoardFile>;
 
     void serve();
     void accept_file();
@@ -91,9 +92,9 @@ class BoardCable final : public Cable {
     void open_file(const FilePtr& file, const std::string& name);
     void configure_file(const FilePtr& file, std::span<const std::uint8_t> content);
     int configure_device(const FilePtr& file, std::span<const std::uint8_t> content);
-    int configure_endpoint(File& file, std::span<const std::uint8_t> content) const;
+    int configure_endpoint(BoardFile& file, std::span<const std::uint8_t> content) const;
     void close_file(const FilePtr& file);
-    void take_transfers(File& file);
+    void take_transfers(BoardFile& file);
     void disconnect_endpoints();
     void show_endpoint_files(bool show);
     void deliver_event(const GadgetEvent& event, Milliseconds timeout);

@@ -17,37 +17,16 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
+
+#include "sim/files.h"
 
 namespace sim {
 namespace {
 
-using Fd = std::shared_ptr<const int>;
-
 [[noreturn]] void fail(const std::string& what, int error) {
     throw std::runtime_error("service run: " + what + ": " + std::strerror(error));
-}
-
-Fd own(int fd, const char* what) {
-    if (fd < 0) {
-        fail(what, errno);
-    }
-    return {new int{fd}, [](const int* owned) {
-                close(*owned);
-                delete owned;
-            }};
-}
-
-std::optional<std::string> contents(const std::string& path) {
-    std::ifstream file{path, std::ios::binary};
-    if (!file) {
-        return std::nullopt;
-    }
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
 }
 
 int count_of(std::string_view text, std::string_view part) {
@@ -86,7 +65,7 @@ std::vector<std::string> complete_environment(std::vector<std::string> result) {
     return result;
 }
 
-SharedMapping map(const Fd& fd, std::size_t size) {
+SharedMapping map(const Descriptor& fd, std::size_t size) {
     void* address = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, *fd, 0);
     if (address == MAP_FAILED) {
         fail("mmap", errno);
@@ -99,7 +78,7 @@ SharedMapping map(const Fd& fd, std::size_t size) {
 
 ServiceRun::ServiceRun(std::string run_directory, std::string shm_prefix, std::uint16_t notice_port)
     : run_directory_{std::move(run_directory)}, shm_prefix_{std::move(shm_prefix)} {
-    notices_ = own(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket");
+    notices_ = own_descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket");
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -129,8 +108,8 @@ void ServiceRun::start_process(const ServiceOptions& service, const std::vector<
     if (pipe2(ends, O_CLOEXEC) != 0) {
         fail("pipe", errno);
     }
-    errors_pipe_ = own(ends[0], "pipe");
-    const Fd write_end = own(ends[1], "pipe");
+    errors_pipe_ = own_descriptor(ends[0], "pipe");
+    const Descriptor write_end = own_descriptor(ends[1], "pipe");
     fcntl(ends[0], F_SETFL, O_NONBLOCK);
 
     posix_spawn_file_actions_t actions;
@@ -169,7 +148,8 @@ void ServiceRun::start_process(const ServiceOptions& service, const std::vector<
 // Collects what the service says until it has ended. Processes that it left behind may hold the pipe open for
 // longer.
 void ServiceRun::watch() {
-    const Fd process = own(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)), "pidfd_open");
+    const Descriptor process =
+        own_descriptor(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)), "pidfd_open");
     for (bool running = true; running;) {
         pollfd entries[] = {{*errors_pipe_, POLLIN, 0}, {*process, POLLIN, 0}};
         poll(entries, 2, -1);
@@ -234,7 +214,7 @@ double ServiceRun::cpu_seconds() const {
             return ending_->cpu_seconds;
         }
     }
-    const std::optional<std::string> stat = contents("/proc/" + std::to_string(process_) + "/stat");
+    const std::optional<std::string> stat = file_contents("/proc/" + std::to_string(process_) + "/stat");
     if (!stat) {
         return 0;
     }
@@ -251,7 +231,7 @@ double ServiceRun::cpu_seconds() const {
 }
 
 std::optional<std::string> ServiceRun::run_file(const std::string& name) const {
-    return contents(run_directory_ + "/" + name);
+    return file_contents(run_directory_ + "/" + name);
 }
 
 std::string ServiceRun::shm_name(std::string_view name) const {
@@ -267,7 +247,7 @@ std::optional<SharedMapping> ServiceRun::shared_memory(std::string_view name) co
     if (fd < 0) {
         return std::nullopt;
     }
-    const Fd owned = own(fd, "shm_open");
+    const Descriptor owned = own_descriptor(fd, "shm_open");
     if (fstat(fd, &status) != 0 || status.st_size == 0) {
         return std::nullopt;
     }
@@ -275,7 +255,8 @@ std::optional<SharedMapping> ServiceRun::shared_memory(std::string_view name) co
 }
 
 SharedMapping ServiceRun::create_shared_memory(std::string_view name, std::size_t size) {
-    const Fd fd = own(shm_open(shm_name(name).c_str(), O_RDWR | O_CREAT, 0600), "shm_open");
+    const Descriptor fd =
+        own_descriptor(shm_open(shm_name(name).c_str(), O_RDWR | O_CREAT, 0600), "shm_open");
     if (ftruncate(*fd, static_cast<off_t>(size)) != 0) {
         fail("ftruncate", errno);
     }
