@@ -12,19 +12,28 @@
 
 namespace blackbox {
 
-// A port that one of the process's UDP sockets is bound to; 0 when there is none (yet).
-inline std::uint16_t bound_udp_port(pid_t process) {
+// The inodes of a process's sockets.
+inline std::set<std::string> socket_inodes(const std::string& process) {
     namespace fs = std::filesystem;
-    const std::string directory = "/proc/" + std::to_string(process);
     std::set<std::string> inodes;
     std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator{directory + "/fd", error}) {
+    for (const fs::directory_entry& entry : fs::directory_iterator{"/proc/" + process + "/fd", error}) {
         const std::string target = fs::read_symlink(entry.path(), error).string();
         if (target.starts_with("socket:[")) {
             inodes.insert(target.substr(8, target.size() - 9));
         }
     }
-    std::ifstream table{directory + "/net/udp"};
+    return inodes;
+}
+
+// A port that one of the process's own UDP sockets is bound to; 0 when there is none (yet). A process that
+// was just started may still hold those of the process that started it.
+inline std::uint16_t bound_udp_port(pid_t process) {
+    std::set<std::string> inodes = socket_inodes(std::to_string(process));
+    for (const std::string& inherited : socket_inodes("self")) {
+        inodes.erase(inherited);
+    }
+    std::ifstream table{"/proc/" + std::to_string(process) + "/net/udp"};
     std::string line;
     std::getline(table, line);  // the headings
     while (std::getline(table, line)) {
