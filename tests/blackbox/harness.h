@@ -37,8 +37,8 @@
 #include <thread>
 #include <vector>
 
-#include "sim/board.h"
 #include "sim/host.h"
+#include "tests/blackbox/board_under_test.h"
 #include "tests/blackbox/bound_port.h"
 
 namespace blackbox {
@@ -132,7 +132,7 @@ class UdpSocket {
 inline const Bytes keep_alive_frame = {0x55, 0xCC, 0x49, 0x57, 0x00, 0x00, 0x00, 0x00};
 
 struct ServiceSetup {
-    sim::BoardOptions board = {};
+    BoardSetup board = {};
     std::vector<std::string> arguments = {};    // after "-s PORT" of the main application's socket
     std::vector<std::string> environment = {};  // "NAME=value"
     bool with_port = true;                      // false: the arguments are all there are
@@ -141,9 +141,9 @@ struct ServiceSetup {
 
 class Service {
   public:
-    explicit Service(ServiceSetup setup = {}) : setup_{std::move(setup)}, board_{with_library(setup_.board)} {
+    explicit Service(ServiceSetup setup = {}) : setup_{std::move(setup)}, board_{complete(setup_.board)} {
         for (const std::string& fault : setup_.faults) {
-            board_.set_fault(fault);
+            set_fault(board_, fault);
         }
         start();
     }
@@ -154,8 +154,8 @@ class Service {
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
-    sim::Board& board() { return board_; }
-    sim::BoardCable& cable() { return board_.cable(); }
+    BoardUnderTest& board() { return board_; }
+    auto& cable() { return board_.cable(); }
 
     // Starts it (again, after it ended) on the same board.
     void start() {
@@ -287,14 +287,9 @@ class Service {
         EXPECT_THAT(board_.errors(), testing::Not(testing::HasSubstr("Sanitizer")));
     }
 
-    static sim::BoardOptions with_library(sim::BoardOptions options) {
-        options.library = BOARD_LIBRARY_PATH;
-        return options;
-    }
-
     ServiceSetup setup_;
     UdpSocket main_application_;
-    sim::Board board_;
+    BoardUnderTest board_;
     std::mutex sending_;
     std::atomic<bool> keeping_alive_{false};
     std::thread keep_alive_;

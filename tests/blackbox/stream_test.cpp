@@ -135,7 +135,7 @@ TEST(Stream, OfAClipArrivesWhole) {
 
     sim::LiveSource clean{small, playing.camera, {60, false, {}}, playing.stopwatch.now()};
     playing.play(clean, 1s);
-    const std::size_t first = playing.tally().video.frames;
+    const auto first = static_cast<std::size_t>(playing.tally().video.frames);
     ASSERT_GT(first, 10u);
     std::vector<Bytes> expected = payloads_of(small, first);
     EXPECT_EQ(playing.ring(first), expected);
@@ -145,7 +145,7 @@ TEST(Stream, OfAClipArrivesWhole) {
     sim::LiveSource faulty{
         large, playing.camera, {60, false, {sim::max_garbage, true}}, playing.stopwatch.now()};
     playing.play(faulty, 1500ms);
-    const std::size_t all = playing.tally().video.frames;
+    const auto all = static_cast<std::size_t>(playing.tally().video.frames);
     const std::vector<Bytes> second = payloads_of(large, all - first);
     expected.insert(expected.end(), second.begin(), second.end());
     EXPECT_EQ(playing.ring(all), expected);

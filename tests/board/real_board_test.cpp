@@ -1,0 +1,134 @@
+// What only a real kernel can show: that its own host stack knows the device, that a host whose driver goes
+// takes the link down and one whose driver comes back finds it again, and how fast the link is beside the
+// least that a program can do.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "platform/file_descriptor.h"
+#include "sim/packet.h"
+#include "tests/blackbox/harness.h"
+
+namespace {
+
+using namespace blackbox;
+using Clock = std::chrono::steady_clock;
+
+std::string attribute(const std::filesystem::path& device, const std::string& name) {
+    std::string text;
+    std::getline(std::ifstream{device / name}, text);
+    return text;
+}
+
+// What sysfs shows of the device that has our identifiers; empty when there is none.
+std::filesystem::path find_device() {
+    for (const auto& device : std::filesystem::directory_iterator{"/sys/bus/usb/devices"}) {
+        if (attribute(device, "idVendor") == "18d1" && attribute(device, "idProduct") == "2d00") {
+            return device.path();
+        }
+    }
+    return {};
+}
+
+bool is_mounted(const std::string& directory) {
+    std::ifstream mounts{"/proc/mounts"};
+    for (std::string line; std::getline(mounts, line);) {
+        if (line.find(" " + directory + " gadgetfs ") != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+TEST(RealBoard, LoadsAndMountsGadgetfs) {
+    Service service;
+    EXPECT_FALSE(is_mounted("/dev/gadget"));
+    EXPECT_TRUE(service.said("USB device opened\n"));
+    EXPECT_TRUE(is_mounted("/dev/gadget"));
+}
+
+TEST(RealBoard, HostStackKnowsTheDevice) {
+    Service service;
+    ASSERT_NO_FATAL_FAILURE(service.enumerate());
+    const std::filesystem::path device = find_device();
+    EXPECT_EQ(attribute(device, "manufacturer"), "Ardenvue");
+    EXPECT_EQ(attribute(device, "product"), "Ardenvue USB");
+    EXPECT_EQ(attribute(device, "serial"), "00000000");
+    EXPECT_EQ(attribute(device, "configuration"), "The loopback");
+    EXPECT_EQ(attribute(device, "bConfigurationValue"), "2");
+    EXPECT_EQ(attribute(device, "bDeviceClass"), "ff");
+    EXPECT_EQ(attribute(device, "speed"), "480");
+}
+
+TEST(RealBoard, ControllerInOtherHandsEndsTheStart) {
+    Service service;
+    ASSERT_TRUE(service.said("USB device opened\n"));
+    service.board().kill();
+    ASSERT_TRUE(service.board().wait_for_end(patience));
+    const FileDescriptor controller{open("/dev/gadget/musb-hdrc", O_RDWR)};
+    ASSERT_TRUE(controller);
+    service.start();
+    EXPECT_EQ(service.end_code(), 1);
+    EXPECT_TRUE(service.said("Couldn't open USB device\nGadget init failed\n")) << service.board().errors();
+}
+
+TEST(RealBoard, HostThatLetsGoFindsTheDeviceAgainAfterTheRestart) {
+    Service service;
+    ASSERT_NO_FATAL_FAILURE(service.stream());
+    EXPECT_FALSE(service.next_status().empty());
+    // The host's driver is taken off the device: the stream just stops.
+    std::ofstream{"/sys/bus/usb/drivers/usb/unbind"} << find_device().filename().string() << std::flush;
+    EXPECT_EQ(service.end_code(), 2) << service.board().errors();
+    service.start();
+    ASSERT_NO_FATAL_FAILURE(service.stream());
+    EXPECT_FALSE(service.next_status().empty());
+}
+
+// Bytes a second that the device takes, measured at the host.
+double throughput(sim::Cable& cable) {
+    constexpr int frames = 64;  // about 2 MB
+    const Bytes frame = encode_frame(sim::FrameType::video, Bytes(30'000, 0x5A));
+    EXPECT_TRUE(cable.bulk_out(frame));  // reader and buffers are warm
+    Bytes stream;
+    for (int i = 0; i < frames; ++i) {
+        stream.insert(stream.end(), frame.begin(), frame.end());
+    }
+    const auto start = Clock::now();
+    EXPECT_TRUE(cable.bulk_out(stream));
+    return static_cast<double>(stream.size()) / std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+TEST(RealBoard, CarriesAsMuchAsABareReader) {
+    std::vector<double> service_rates;
+    std::vector<double> bare_rates;
+    for (int round = 0; round < 5; ++round) {
+        {
+            Service service;
+            ASSERT_NO_FATAL_FAILURE(service.enumerate());
+            service_rates.push_back(throughput(service.cable()));
+        }
+        sim::RealBoard board{{}};
+        board.start({"/usr/bin/bare_reader", {}, {}, ""});
+        ASSERT_TRUE(board.cable().wait_for_device(patience)) << board.errors();
+        ASSERT_TRUE(board.cable().plug(sim::Speed::high)) << board.errors();
+        bare_rates.push_back(throughput(board.cable()));
+    }
+    const double ratio = median(service_rates) / median(bare_rates);
+    std::printf("throughput: service %.0f bytes/s, bare reader %.0f bytes/s, ratio %.2f\n",
+                median(service_rates), median(bare_rates), ratio);
+    EXPECT_GE(ratio, 0.9);
+}
+
+}  // namespace
