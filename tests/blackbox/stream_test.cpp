@@ -78,27 +78,6 @@ class Playing {
         return payloads;
     }
 
-    // Waits until the service reports an attitude (heading, tilt, roll) like this.
-    using Attitude = std::array<int, 3>;
-    bool attitude_becomes(const std::function<bool(const Attitude&)>& wanted) {
-        return service
-            .next_datagram([&](const Datagram& datagram) {
-                if (datagram.bytes.size() != sizeof(ardenvue::GimbalFocusRecord)) {
-                    return false;
-                }
-                Attitude seen{};
-                for (std::size_t axis = 0; axis < seen.size(); ++axis) {
-                    seen[axis] = static_cast<std::int16_t>(datagram.bytes[3 + 2 * axis] |
-                                                           datagram.bytes[4 + 2 * axis] << 8);
-                }
-                return wanted(seen);
-            })
-            .has_value();
-    }
-    bool attitude_becomes(const Attitude& wanted) {
-        return attitude_becomes([&wanted](const Attitude& seen) { return seen == wanted; });
-    }
-
   private:
     static std::uint16_t next_slot(const ardenvue::FrameRing& ring) {
         return __atomic_load_n(&ring.next_slot, __ATOMIC_ACQUIRE);
@@ -160,69 +139,6 @@ TEST(Stream, OfAClipArrivesWhole) {
                                            "color_mode=truecolor,", "wb_temp=6800,"}),
               "");
     EXPECT_THAT(playing.service.board().errors(), testing::Not(testing::HasSubstr("WRONG")));
-    EXPECT_THAT(playing.camera.complaints(), testing::IsEmpty());
-}
-
-// What a main application sends comes back as changed camera state.
-TEST(Stream, CommandsComeBackAsCameraState) {
-    Playing playing;
-    playing.play_in_background(std::make_unique<sim::LiveSource>(
-        std::vector<AccessUnit>{}, playing.camera, sim::LiveSource::Options{}, playing.stopwatch.now()));
-    Service& service = playing.service;
-    ASSERT_NE(service.next_status({"camera_detected=1,"}), "");
-
-    for (const char* json : {
-             R"({"cmd":"camera","param":"mode","value":"video"})",
-             R"({"cmd":"video_mode","param":"manual"})",
-             R"({"cmd":"shutter","param":"1/6.25"})",
-             R"({"cmd":"aperture","param":"11"})",
-             R"({"cmd":"iso","param":"1600"})",
-             R"({"cmd":"ev","param":"-1.7"})",
-             R"({"cmd":"wb","param":"custom","value":"5600"})",
-             R"({"cmd":"color","param":"black white"})",
-             R"({"cmd":"video_resolution","param":"1920x1080@120"})",
-             R"({"cmd":"video_aspect","param":"4:3"})",
-             R"({"cmd":"shotmode","param":"jpg+raw"})",
-             R"({"cmd":"antiflicker","param":"60"})",
-             R"({"cmd":"video_std","param":"PAL"})",
-             R"({"cmd":"video_transmission","param":"Smooth"})",
-             R"({"cmd":"histogram","param":"1"})",
-             R"({"cmd":"shot"})",
-             R"({"cmd":"focus","param":"type","value":"afc"})",
-             R"({"cmd":"focus","param":"manual","value":"50"})",
-         }) {
-        service.command(json);
-    }
-    EXPECT_NE(service.next_status(
-                  {"camera_mode=video,", "image_mode=manual,", "shutter_set=1/6.25,", "shutter=1/6.25,",
-                   "aperture=11,", "iso=1600,", "iso_set=1600,", "ev=-1.7,", "wb=custom,", "wb_temp=5600,",
-                   "color_mode=black white,", "format=1920x1080@120,", "ratio=4:3,", "shot_mode=JPG+RAW,",
-                   "antiflicker=60 Hz,", "video_std=PAL,", "histogram=1,", "shots_left=3411,"}),
-              "")
-        << service.next_status();
-    EXPECT_TRUE(
-        eventually([&] { return playing.camera.state(playing.stopwatch.now()).focus_position == 500; }));
-
-    service.command(R"({"cmd":"record","param":"start"})");
-    EXPECT_NE(service.next_status({"rec_time=00:00:01,"}), "");
-    service.command(R"({"cmd":"resetcamera"})");
-    EXPECT_NE(
-        service.next_status({"rec_time=00:00:00,", "format=3840x2160@30,", "iso_set=auto,", "wb=auto,"}), "");
-
-    // The position that the gimbal is in decides what the next command sends.
-    for (const auto& [json, heading] : {std::pair{R"({"cmd":"position","param":"selfie"})", -180},
-                                        std::pair{R"({"cmd":"position","param":"selfie"})", -180},
-                                        std::pair{R"({"cmd":"position","param":"normal"})", 0},
-                                        std::pair{R"({"cmd":"position","param":"normal"})", 0}}) {
-        service.command(json);
-        EXPECT_TRUE(playing.attitude_becomes(Playing::Attitude{heading, 0, 0})) << json;
-    }
-    service.command(R"({"cmd":"gimbal","param":"mode","value":"fpv"})");
-    EXPECT_TRUE(playing.attitude_becomes(Playing::Attitude{0, 0, 6}));
-    service.command(R"({"cmd":"gimbal","param":"mode","value":"follow"})");
-    service.command(R"({"cmd":"horizont","param":"calibrate"})");
-    EXPECT_TRUE(playing.attitude_becomes([](const Playing::Attitude& seen) { return seen[1] < -30; }));
-    EXPECT_TRUE(playing.attitude_becomes(Playing::Attitude{0, 0, 0}));
     EXPECT_THAT(playing.camera.complaints(), testing::IsEmpty());
 }
 

@@ -160,15 +160,4 @@ TEST(WholeService, EndsWithoutACameraAndStartsAnewOnTheSameGadgetFiles) {
     EXPECT_FALSE(service.next_status().empty());
 }
 
-TEST(WholeService, EndsAtOnceWithAFaultyCommandLine) {
-    const std::vector<std::string> command_lines[] = {{"-s", "0"}, {"--help"}, {"--dst-host"}};
-    for (const std::vector<std::string>& arguments : command_lines) {
-        ServiceSetup setup;
-        setup.with_port = false;
-        setup.arguments = arguments;
-        Service service{setup};
-        EXPECT_EQ(service.end_code(), 1) << arguments[0];
-    }
-}
-
 }  // namespace

@@ -69,60 +69,6 @@ class CameraTest : public testing::Test {
     }
 };
 
-struct Effect {
-    const char* name;
-    std::vector<std::pair<std::uint8_t, const char*>> packets;  // id and payload
-    char push;                                                  // Status, Parameters, Focus
-    std::size_t at;
-    const char* pushed;
-};
-
-// Each camera command, and where the next push shows it.
-TEST_F(CameraTest, PushesShowWhatWasCommanded) {
-    const Effect effects[] = {
-        {"record", {{0x02, "01"}}, 'S', 0, "80"},
-        {"record stops", {{0x02, "01"}, {0x02, "00"}}, 'S', 0, "00"},
-        {"photo of 3412", {{0x01, "01"}}, 'S', 13, "53 0D 00 00"},
-        {"program", {{0x1E, "04 00"}}, 'P', 20, "04"},
-        {"shutter set", {{0x28, "01 40 9F 00"}}, 'P', 2, "40 9F 00"},
-        {"shutter is the camera's in auto", {{0x1E, "01 00"}, {0x28, "01 40 9F 00"}}, 'P', 40, "C8 80 00"},
-        {"shutter is ours in manual", {{0x28, "01 03 00 02"}, {0x1E, "04 00"}}, 'P', 40, "03 00 02"},
-        {"aperture", {{0x26, "18 01"}}, 'P', 38, "18 01"},
-        {"iso set", {{0x2A, "09"}}, 'P', 5, "09"},
-        {"iso", {{0x2A, "09"}}, 'P', 43, "00 19"},
-        {"ev", {{0x2E, "07"}}, 'P', 6, "07"},
-        {"white balance", {{0x2C, "05 19"}}, 'P', 23, "05 19"},
-        {"own white balance", {{0x2C, "06 38"}}, 'P', 23, "03 38"},
-        {"colour", {{0x42, "17"}}, 'P', 31, "17"},
-        {"resolution", {{0x18, "0A 07 00 00 00"}, {0xAF, "0A 07"}}, 'P', 13, "0A 07"},
-        {"aspect", {{0x12, "00 00"}}, 'P', 10, "00"},
-        {"photo format", {{0x16, "02"}}, 'P', 12, "02"},
-        {"anti-flicker", {{0x46, "02"}}, 'P', 32, "02"},
-        {"standard", {{0x66, "00"}}, 'P', 55, "00"},
-        {"reset", {{0x42, "17"}, {0x2A, "09"}, {0x78, "00"}}, 'P', 31, "2B"},
-        {"photos of an emptied card", {{0x01, "01"}, {0x72, ""}}, 'S', 13, "54 0D 00 00"},
-        {"manual focus", {{0x24, "00"}}, 'F', 0, "84"},
-        {"single focus", {{0x24, "01"}}, 'F', 0, "85"},
-        {"continuous focus", {{0x24, "02"}, {0x22, "03"}}, 'F', 0, "A6"},
-        {"focus position", {{0x95, "F4 01"}}, 'F', 3, "F4 01"},
-        {"focus position stops at the end", {{0x95, "D0 07"}}, 'F', 3, "E8 03"},
-        {"focus point", {{0x30, "00 00 80 3E 00 00 40 3F"}}, 'F', 13, "00 00 80 3E 00 00 40 3F"},
-    };
-    for (const Effect& effect : effects) {
-        for (const auto& [id, payload] : effect.packets) {
-            EXPECT_THAT(send(0x02, id, payload), Not(HasSubstr("COMPLAINT"))) << effect.name;
-        }
-        const AircraftState state = camera->state(0s);
-        const Packet push = effect.push == 'S'   ? sim::camera_status_push(state)
-                            : effect.push == 'F' ? sim::focus_push(state, PushForm::shorter)
-                                                 : sim::parameter_push(state, PushForm::longer);
-        const Bytes expected = from_hex(effect.pushed);
-        EXPECT_EQ(sim::hex(std::span{push.payload}.subspan(effect.at, expected.size())), effect.pushed)
-            << effect.name;
-    }
-    EXPECT_THAT(camera->complaints(), IsEmpty());
-}
-
 TEST_F(CameraTest, RecordingRunsAndPhotoModeIsLeft) {
     send(0x02, 0x10, "00", 0s, 0x09);
     send(0x02, 0x02, "01", 10s);

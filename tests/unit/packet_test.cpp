@@ -40,21 +40,6 @@ TEST(Checksums, HoldAtEveryLength) {
     }
 }
 
-template <std::size_t length>
-constexpr std::uint8_t header_sum = make_link_packet<length>({0x02, 0x01, 0x40, 0x02, 0x02})[3];
-
-TEST(Templates, CarryTheHeaderSumOfTheirLength) {
-    EXPECT_EQ(header_sum<13>, 0x33);
-    EXPECT_EQ(header_sum<14>, 0x66);
-    EXPECT_EQ(header_sum<15>, 0xA2);
-    EXPECT_EQ(header_sum<17>, 0x92);
-    EXPECT_EQ(header_sum<18>, 0xC7);
-    EXPECT_EQ(header_sum<19>, 0x03);
-    EXPECT_EQ(header_sum<20>, 0x6D);
-    EXPECT_EQ(header_sum<21>, 0xA9);
-    EXPECT_EQ(header_sum<23>, 0x38);
-}
-
 using RecordStart = std::array<std::uint8_t, 14>;
 constexpr RecordStart record_start = make_link_packet<14>({0x02, 0x01, 0x40, 0x02, 0x02}, {0x01});
 

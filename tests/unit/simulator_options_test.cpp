@@ -7,28 +7,7 @@
 
 namespace {
 
-using namespace std::chrono_literals;
-using sim::Interruption;
 using testing::HasSubstr;
-
-TEST(Faults, AreReadIntoAPlan) {
-    sim::FaultPlan plan;
-    for (const char* text :
-         {"silence@7.5:0.25", "garbage:480", "unplug@3", "corrupt", "unplug@2:4", "full-speed"}) {
-        EXPECT_EQ(sim::add_fault(text, plan), "");
-    }
-    EXPECT_EQ(plan.stream.garbage_bytes, 480u);
-    EXPECT_TRUE(plan.stream.corrupt_packets && plan.full_speed);
-    const Interruption expected[] = {{Interruption::Kind::unplug, 2s, 4s},
-                                     {Interruption::Kind::unplug, 3s, 1s},
-                                     {Interruption::Kind::silence, 7500ms, 250ms}};
-    ASSERT_EQ(plan.interruptions.size(), std::size(expected));
-    for (std::size_t i = 0; i < std::size(expected); ++i) {
-        EXPECT_EQ(plan.interruptions[i].kind, expected[i].kind);
-        EXPECT_EQ(plan.interruptions[i].at, expected[i].at);
-        EXPECT_EQ(plan.interruptions[i].length, expected[i].length);
-    }
-}
 
 TEST(Faults, ThatMakeNoSenseAreRefused) {
     const struct {
