@@ -14,7 +14,6 @@ using sim::AircraftState;
 using sim::Bytes;
 using sim::Camera;
 using sim::Packet;
-using sim::PushForm;
 using sim::Time;
 using testing::ElementsAre;
 using testing::HasSubstr;

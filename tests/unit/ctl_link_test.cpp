@@ -34,8 +34,8 @@ class Sender {
     Sender() : fd_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)} {
         sockaddr_in address = loopback(0);
         socklen_t size = sizeof address;
-        bind(fd_, reinterpret_cast<sockaddr*>(&address), size);
-        getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &size);
+        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), size), 0);
+        EXPECT_EQ(getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &size), 0);
         port_ = ntohs(address.sin_port);
     }
     ~Sender() { close(fd_); }
