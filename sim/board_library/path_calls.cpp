@@ -16,8 +16,10 @@ using board_library::open_gadget_file;
 
 namespace {
 
-bool has_mode(int flags) {
-    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+// The optional last argument of an open: there only when a file may be made.
+mode_t mode_argument(int flags, va_list arguments) {
+    const bool makes_file = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    return makes_file ? static_cast<mode_t>(va_arg(arguments, int)) : 0;
 }
 
 // Opens what the path names on the board: a gadget file, or whatever the function opens at the mapped path.
@@ -34,13 +36,10 @@ int open_on_board(const char* path, int flags, Open open_path) {
 
 #define BOARD_OPEN(name)                                                                                \
     BOARD_CALL(int, name, (const char* path, int flags, ...)) {                                         \
-        mode_t mode = 0;                                                                                \
-        if (has_mode(flags)) {                                                                          \
-            va_list arguments;                                                                          \
-            va_start(arguments, flags);                                                                 \
-            mode = static_cast<mode_t>(va_arg(arguments, int));                                         \
-            va_end(arguments);                                                                          \
-        }                                                                                               \
+        va_list arguments;                                                                              \
+        va_start(arguments, flags);                                                                     \
+        const mode_t mode = mode_argument(flags, arguments);                                            \
+        va_end(arguments);                                                                              \
         return open_on_board(path, flags, [&](const char* at) { return NEXT(name)(at, flags, mode); }); \
     }
 BOARD_OPEN(open)
@@ -55,13 +54,10 @@ BOARD_OPEN_FORTIFIED(__open64_2)
 
 #define BOARD_OPENAT(name)                                                                            \
     BOARD_CALL(int, name, (int directory, const char* path, int flags, ...)) {                        \
-        mode_t mode = 0;                                                                              \
-        if (has_mode(flags)) {                                                                        \
-            va_list arguments;                                                                        \
-            va_start(arguments, flags);                                                               \
-            mode = static_cast<mode_t>(va_arg(arguments, int));                                       \
-            va_end(arguments);                                                                        \
-        }                                                                                             \
+        va_list arguments;                                                                            \
+        va_start(arguments, flags);                                                                   \
+        const mode_t mode = mode_argument(flags, arguments);                                          \
+        va_end(arguments);                                                                            \
         return open_on_board(path, flags,                                                             \
                              [&](const char* at) { return NEXT(name)(directory, at, flags, mode); }); \
     }
