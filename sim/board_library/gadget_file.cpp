@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/fair_lock.h"
 #include "sim/board_library/board.h"
 #include "sim/board_library/control_endpoint.h"
 #include "sim/board_library/libc_calls.h"
@@ -29,6 +30,8 @@ struct GadgetFile {
     std::atomic<Role> role{Role::none};
     std::atomic<bool> gone{false};
     std::atomic<std::uint32_t> max_packet{0};
+    // Of an endpoint: whoever wants it while a transfer is in progress waits for the end of that.
+    FairLock in_use{PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, 0, 0};
 };
 
 constexpr int file_capacity = 1024;
@@ -58,6 +61,7 @@ ssize_t disconnected(GadgetFile& file) {
 
 // One request: packets until it is full or a short one arrives.
 ssize_t read_packets(int fd, GadgetFile& file, std::uint8_t* buffer, std::size_t length) {
+    const FairLockGuard guard{file.in_use};
     const std::size_t max_packet = file.max_packet;
     std::size_t filled = 0;
     Message received{};
@@ -74,6 +78,7 @@ ssize_t read_packets(int fd, GadgetFile& file, std::uint8_t* buffer, std::size_t
 }
 
 ssize_t write_transfer(int fd, GadgetFile& file, const void* data, std::size_t length) {
+    const FairLockGuard guard{file.in_use};
     Message received{};
     if (send_message(fd, Kind::transfer, nullptr, 0, data, length) != 0) {
         return disconnected(file);
@@ -175,6 +180,7 @@ int control_gadget_file(int fd, unsigned long request) {
     if (role != Role::in && role != Role::out) {
         return fail(ENODEV);
     }
+    const FairLockGuard guard{file.in_use};
     if (file.gone) {
         return fail(ESHUTDOWN);
     }

@@ -15,13 +15,8 @@
 // sent before them, since the service handles a frame when one byte more has arrived.
 #pragma once
 
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -40,6 +35,7 @@
 #include "sim/host.h"
 #include "tests/blackbox/board_under_test.h"
 #include "tests/blackbox/bound_port.h"
+#include "tests/udp_socket.h"
 
 namespace blackbox {
 
@@ -61,72 +57,6 @@ inline bool eventually(const std::function<bool()>& condition, Milliseconds time
     }
     return true;
 }
-
-// One datagram, with the port it came from.
-struct Datagram {
-    Bytes bytes;
-    std::uint16_t from;
-
-    bool is_status_line() const { return !bytes.empty() && bytes[0] == 0x07; }
-    std::string text() const { return {bytes.begin(), bytes.end()}; }
-};
-
-// A UDP socket of 127.0.0.1 on a port that the kernel chose.
-class UdpSocket {
-  public:
-    UdpSocket() : fd_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)} {
-        sockaddr_in address = loopback(0);
-        socklen_t length = sizeof address;
-        if (fd_ < 0 || bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-            getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-            throw std::runtime_error("no UDP socket");
-        }
-        port_ = ntohs(address.sin_port);
-    }
-    ~UdpSocket() { close(fd_); }
-    UdpSocket(const UdpSocket&) = delete;
-    UdpSocket& operator=(const UdpSocket&) = delete;
-
-    std::uint16_t port() const { return port_; }
-
-    // The next datagram; none in time.
-    std::optional<Datagram> receive(Milliseconds timeout) {
-        pollfd entry{fd_, POLLIN, 0};
-        if (poll(&entry, 1, static_cast<int>(timeout.count())) <= 0) {
-            return std::nullopt;
-        }
-        Datagram datagram{Bytes(65'536), 0};
-        sockaddr_in from{};
-        socklen_t length = sizeof from;
-        const ssize_t count = recvfrom(fd_, datagram.bytes.data(), datagram.bytes.size(), 0,
-                                       reinterpret_cast<sockaddr*>(&from), &length);
-        if (count < 0) {
-            return std::nullopt;
-        }
-        datagram.bytes.resize(static_cast<std::size_t>(count));
-        datagram.from = ntohs(from.sin_port);
-        return datagram;
-    }
-
-    void send(std::span<const std::uint8_t> bytes, std::uint16_t port) {
-        const sockaddr_in to = loopback(port);
-        ASSERT_EQ(
-            sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to),
-            static_cast<ssize_t>(bytes.size()));
-    }
-
-  private:
-    static sockaddr_in loopback(std::uint16_t port) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        return address;
-    }
-
-    int fd_;
-    std::uint16_t port_ = 0;
-};
 
 // An "I" frame without packets.
 inline const Bytes keep_alive_frame = {0x55, 0xCC, 0x49, 0x57, 0x00, 0x00, 0x00, 0x00};
@@ -182,9 +112,12 @@ class Service {
     // progress, so what it sends comes out at their pace.
     void stream(Milliseconds period = Milliseconds{100}) {
         ASSERT_NO_FATAL_FAILURE(enumerate());
+        ASSERT_NO_FATAL_FAILURE(keep_alive(period));
+    }
+    void keep_alive(Milliseconds period = Milliseconds{100}) {
         ASSERT_TRUE(send(keep_alive_frame)) << board_.errors();
         keeping_alive_ = true;
-        keep_alive_ = std::thread{[this, period] {
+        sender_ = std::thread{[this, period] {
             while (keeping_alive_) {
                 send(keep_alive_frame);
                 std::this_thread::sleep_for(period);
@@ -194,8 +127,8 @@ class Service {
 
     void stop_keep_alive() {
         keeping_alive_ = false;
-        if (keep_alive_.joinable()) {
-            keep_alive_.join();
+        if (sender_.joinable()) {
+            sender_.join();
         }
     }
 
@@ -292,7 +225,7 @@ class Service {
     BoardUnderTest board_;
     std::mutex sending_;
     std::atomic<bool> keeping_alive_{false};
-    std::thread keep_alive_;
+    std::thread sender_;
     std::uint16_t command_port_ = 0;
 };
 

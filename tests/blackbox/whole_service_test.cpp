@@ -128,6 +128,24 @@ TEST(WholeService, StreamsAfterTheHostDeselectedIt) {
     EXPECT_FALSE(service.next_status().empty());
 }
 
+// The kernel keeps an endpoint's file to the read in progress, so its halt can't be cleared before data flows.
+TEST(WholeService, SelectsTheInterfaceOnceDataFlows) {
+    constexpr sim::SetupPacket set_interface{0x01, 11, 0, 0, 0};
+    constexpr sim::SetupPacket get_configuration{0x80, 8, 0, 0, 1};
+    Service service;
+    ASSERT_NO_FATAL_FAILURE(service.enumerate());
+    ASSERT_TRUE(service.said("USB connected\n"));
+    EXPECT_EQ(service.cable().control(set_interface, Milliseconds{300}).status,
+              sim::ControlStatus::no_answer);
+    EXPECT_EQ(service.cable().control(get_configuration, patience).data, Bytes{2});
+    ASSERT_NO_FATAL_FAILURE(service.keep_alive());
+    EXPECT_FALSE(service.next_status().empty());
+#ifndef REAL_BOARD  // a kernel does not tell
+    EXPECT_EQ(service.cable().clear_halts("ep6in"), 1U);
+    EXPECT_EQ(service.cable().clear_halts("ep2out"), 1U);
+#endif
+}
+
 TEST(WholeService, EndsWhenTheCableIsPulledAndStartsAnewWhenItIsBack) {
     Service service;
     for (const bool streaming : {false, true}) {  // its first read waits, or the stream flows

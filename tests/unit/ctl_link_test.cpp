@@ -1,13 +1,12 @@
 // The client's socket on the status port: whom it listens to, and where it sends.
 #include "tools/service_link.h"
 
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <string>
 
+#include "tests/udp_socket.h"
 #include "tools/exit_codes.h"
 
 namespace {
@@ -28,48 +27,24 @@ std::string line_of(const std::string& model) {
            "pl_id=0,pl_dur=,pl_time=,";
 }
 
-// A socket of 127.0.0.1, on a port that the kernel chose.
+// Who sends to the link, the service or another.
 class Sender {
   public:
-    Sender() : fd_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)} {
-        sockaddr_in address = loopback(0);
-        socklen_t size = sizeof address;
-        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), size), 0);
-        EXPECT_EQ(getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &size), 0);
-        port_ = ntohs(address.sin_port);
-    }
-    ~Sender() { close(fd_); }
-    Sender(const Sender&) = delete;
-    Sender& operator=(const Sender&) = delete;
+    std::uint16_t port() const { return socket_.port(); }
+    std::string name() const { return "127.0.0.1:" + std::to_string(port()); }
 
-    std::uint16_t port() const { return port_; }
-    std::string name() const { return "127.0.0.1:" + std::to_string(port_); }
-
-    void send(const std::string& datagram, std::uint16_t port) const {
-        const sockaddr_in to = loopback(port);
-        ASSERT_EQ(sendto(fd_, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
-                         sizeof to),
-                  static_cast<ssize_t>(datagram.size()));
+    void send(const std::string& datagram, std::uint16_t port) {
+        socket_.send({reinterpret_cast<const std::uint8_t*>(datagram.data()), datagram.size()}, port);
     }
 
     // What is waiting, empty when nothing is.
-    std::string receive() const {
-        char buffer[1024];
-        const ssize_t size = recv(fd_, buffer, sizeof buffer, MSG_DONTWAIT);
-        return size > 0 ? std::string(buffer, static_cast<std::size_t>(size)) : "";
+    std::string receive() {
+        const auto datagram = socket_.receive(0ms);
+        return datagram ? datagram->text() : "";
     }
 
   private:
-    static sockaddr_in loopback(std::uint16_t port) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        return address;
-    }
-
-    int fd_;
-    std::uint16_t port_ = 0;
+    blackbox::UdpSocket socket_;
 };
 
 // A link on a port that was free a moment ago.
@@ -89,8 +64,8 @@ struct OpenLink {
 
 TEST(CtlLink, NobodyButTheServiceIsHeardWhileItSpeaks) {
     OpenLink open;
-    const Sender service;
-    const Sender stranger;
+    Sender service;
+    Sender stranger;
     ctl::CameraView view;
     EXPECT_FALSE(open.link.wait(view, ctl::Clock::now()));
     EXPECT_FALSE(open.link.send_command("{}"));
@@ -116,8 +91,8 @@ TEST(CtlLink, NobodyButTheServiceIsHeardWhileItSpeaks) {
 
 TEST(CtlLink, ARestartedServiceIsTakenUpOnItsNewPort) {
     OpenLink open;
-    const Sender service;
-    const Sender restarted;
+    Sender service;
+    Sender restarted;
     ctl::CameraView view;
     service.send(line_of("old"), open.port);
     ASSERT_TRUE(open.link.wait(view, ctl::Clock::now() + 20s));
@@ -143,7 +118,7 @@ TEST(CtlLink, APortThatIsHeldIsNamedWithItsHolder) {
 }
 
 TEST(CtlLink, ACommandPortIsWrittenAsHostAndPort) {
-    const Sender service;
+    Sender service;
     EXPECT_TRUE(ctl::send_command_to(service.name(), "{}"));
     EXPECT_EQ(service.receive(), "!{}");
     for (const char* wrong : {"", "127.0.0.1", "127.0.0.1:", "127.0.0.1:0", "127.0.0.1:65536",

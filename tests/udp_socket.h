@@ -1,0 +1,87 @@
+// Datagrams on this machine, for tests.
+#pragma once
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace blackbox {
+
+// One datagram, with the port it came from.
+struct Datagram {
+    std::vector<std::uint8_t> bytes;
+    std::uint16_t from;
+
+    bool is_status_line() const { return !bytes.empty() && bytes[0] == 0x07; }
+    std::string text() const { return {bytes.begin(), bytes.end()}; }
+};
+
+// A UDP socket of 127.0.0.1 on a port that the kernel chose.
+class UdpSocket {
+  public:
+    UdpSocket() : fd_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)} {
+        sockaddr_in address = loopback(0);
+        socklen_t length = sizeof address;
+        if (fd_ < 0 || bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+            getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+            throw std::runtime_error("no UDP socket");
+        }
+        port_ = ntohs(address.sin_port);
+    }
+    ~UdpSocket() { close(fd_); }
+    UdpSocket(const UdpSocket&) = delete;
+    UdpSocket& operator=(const UdpSocket&) = delete;
+
+    std::uint16_t port() const { return port_; }
+
+    // The next datagram; none in time.
+    std::optional<Datagram> receive(std::chrono::milliseconds timeout) {
+        pollfd entry{fd_, POLLIN, 0};
+        if (poll(&entry, 1, static_cast<int>(timeout.count())) <= 0) {
+            return std::nullopt;
+        }
+        Datagram datagram{std::vector<std::uint8_t>(65'536), 0};
+        sockaddr_in from{};
+        socklen_t length = sizeof from;
+        const ssize_t count = recvfrom(fd_, datagram.bytes.data(), datagram.bytes.size(), 0,
+                                       reinterpret_cast<sockaddr*>(&from), &length);
+        if (count < 0) {
+            return std::nullopt;
+        }
+        datagram.bytes.resize(static_cast<std::size_t>(count));
+        datagram.from = ntohs(from.sin_port);
+        return datagram;
+    }
+
+    void send(std::span<const std::uint8_t> bytes, std::uint16_t port) {
+        const sockaddr_in to = loopback(port);
+        ASSERT_EQ(
+            sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to),
+            static_cast<ssize_t>(bytes.size()));
+    }
+
+  private:
+    static sockaddr_in loopback(std::uint16_t port) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(port);
+        return address;
+    }
+
+    int fd_;
+    std::uint16_t port_ = 0;
+};
+
+}  // namespace blackbox
