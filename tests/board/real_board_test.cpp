@@ -93,7 +93,7 @@ TEST(RealBoard, HostThatLetsGoFindsTheDeviceAgainAfterTheRestart) {
 
 // Bytes a second that the device takes, measured at the host.
 double throughput(sim::Cable& cable) {
-    constexpr int frames = 64;  // about 2 MB
+    constexpr int frames = 256;  // about 8 MB
     const Bytes frame = encode_frame(sim::FrameType::video, Bytes(30'000, 0x5A));
     EXPECT_TRUE(cable.bulk_out(frame));  // reader and buffers are warm
     Bytes stream;
@@ -113,7 +113,7 @@ double median(std::vector<double> values) {
 TEST(RealBoard, CarriesAsMuchAsABareReader) {
     std::vector<double> service_rates;
     std::vector<double> bare_rates;
-    for (int round = 0; round < 5; ++round) {
+    for (int round = 0; round < 3; ++round) {
         {
             Service service;
             ASSERT_NO_FATAL_FAILURE(service.enumerate());
