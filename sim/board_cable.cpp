@@ -134,6 +134,12 @@ ControlResult BoardCable::control(const SetupPacket& setup, Milliseconds timeout
         }
         if (std::optional<ControlResult> answer =
                 answer_of_kernel(setup, configuration_, *speed_, current_configuration_)) {
+            // gadgetfs answers nothing of its own before the service has answered the newest request, and
+            // takes no late answer to an older one.
+            if (unanswered_) {
+                ++request_;
+                return {ControlStatus::no_answer, {}};
+            }
             return *answer;
         }
         if (is_set_configuration(setup)) {
@@ -161,6 +167,7 @@ ControlResult BoardCable::ask_service(const SetupPacket& setup, bool can_stall, 
     message.request = ++request_;
     message.can_stall = can_stall ? 1 : 0;
     answer_.reset();
+    unanswered_ = true;
     device->send(Kind::event, &message, sizeof message);
     changed_.wait_for(lock, timeout, [&] { return answer_ || device->gone; });
     return answer_ ? *answer_ : ControlResult{ControlStatus::no_answer, {}};

@@ -129,6 +129,7 @@ void BoardCable::handle(const FilePtr& file, Kind kind, std::span<const std::uin
     const auto answer_request = [&](ControlStatus status) {
         if (!content.empty() && content[0] == request_) {
             answer_ = ControlResult{status, Bytes(content.begin() + 1, content.end())};
+            unanswered_ = false;
         }
     };
     switch (kind) {
@@ -229,6 +230,7 @@ void BoardCable::take_transfers(BoardFile& file) {
 }
 
 void BoardCable::disconnect_endpoints() {
+    unanswered_ = false;
     for (const FilePtr& file : files_) {
         if (file != device_ && file->configured) {
             file->gone = true;

@@ -6,6 +6,7 @@ namespace sim {
 namespace {
 
 // USB 2.0, 9.4 to 9.6.
+constexpr std::uint8_t get_status = 0;
 constexpr std::uint8_t get_descriptor = 6;
 constexpr std::uint8_t get_configuration = 8;
 constexpr std::uint8_t set_configuration = 9;
@@ -146,6 +147,10 @@ std::optional<ControlResult> answer_of_kernel(const SetupPacket& setup,
     }
     if (setup.request == get_configuration && setup.request_type == 0x80) {
         return answer({current_configuration}, setup.length);
+    }
+    // gadgetfs never tells the controller's driver that the device powers itself.
+    if (setup.request == get_status && setup.request_type >= 0x80 && setup.request_type <= 0x82) {
+        return answer({0, 0}, setup.length);
     }
     if (is_set_configuration(setup)) {
         const auto value = static_cast<std::uint8_t>(setup.value);

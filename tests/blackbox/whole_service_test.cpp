@@ -45,6 +45,8 @@ TEST(WholeService, EnumeratesWithItsIdentity) {
     };
     EXPECT_EQ(service.cable().control({0x80, 8, 0, 0, 1}, patience).data, Bytes{2});
     EXPECT_EQ(service.cable().control({0x81, 10, 0, 0, 1}, patience).data, Bytes{0});
+    EXPECT_EQ(service.cable().control({0x80, 0, 0, 0, 2}, patience).data, (Bytes{0, 0}));
+    EXPECT_EQ(service.cable().control({0x82, 0, 0, 0x86, 2}, patience).data, (Bytes{0, 0}));
     EXPECT_EQ(status({0x80, 6, 0x0363, 0x0409, 255}), sim::ControlStatus::stalled);
     EXPECT_EQ(status({0xC0, 51, 0, 0, 2}), sim::ControlStatus::stalled);
     EXPECT_EQ(status({0x21, 1, 0, 0, 0}), sim::ControlStatus::stalled);
@@ -128,22 +130,26 @@ TEST(WholeService, StreamsAfterTheHostDeselectedIt) {
     EXPECT_FALSE(service.next_status().empty());
 }
 
-// The kernel keeps an endpoint's file to the read in progress, so its halt can't be cleared before data flows.
+// The kernel keeps an endpoint's file to the read in progress, so its halt can't be cleared before data
+// flows; until then the kernel answers nothing of its own either.
 TEST(WholeService, SelectsTheInterfaceOnceDataFlows) {
     constexpr sim::SetupPacket set_interface{0x01, 11, 0, 0, 0};
     constexpr sim::SetupPacket get_configuration{0x80, 8, 0, 0, 1};
+    constexpr Milliseconds short_while{300};
     Service service;
     ASSERT_NO_FATAL_FAILURE(service.enumerate());
     ASSERT_TRUE(service.said("USB connected\n"));
-    EXPECT_EQ(service.cable().control(set_interface, Milliseconds{300}).status,
-              sim::ControlStatus::no_answer);
-    EXPECT_EQ(service.cable().control(get_configuration, patience).data, Bytes{2});
+    for (const sim::SetupPacket& request : {set_interface, get_configuration}) {
+        EXPECT_EQ(service.cable().control(request, short_while).status, sim::ControlStatus::no_answer);
+    }
     ASSERT_NO_FATAL_FAILURE(service.keep_alive());
     EXPECT_FALSE(service.next_status().empty());
 #ifndef REAL_BOARD  // a kernel does not tell
     EXPECT_EQ(service.cable().clear_halts("ep6in"), 1U);
     EXPECT_EQ(service.cable().clear_halts("ep2out"), 1U);
 #endif
+    // The newer request has made the acknowledgement void, and what streams answers no more requests.
+    EXPECT_EQ(service.cable().control(get_configuration, short_while).status, sim::ControlStatus::no_answer);
 }
 
 TEST(WholeService, EndsWhenTheCableIsPulledAndStartsAnewWhenItIsBack) {
