@@ -120,7 +120,7 @@ class BoardCable final : public Cable {
     std::uint8_t current_configuration_ = 0;
     std::uint8_t request_ = 0;  // number of the newest request handed to the service
     std::optional<ControlResult> answer_;
-    bool unanswered_ = false;  // the newest request is still with the service
+    bool unanswered_ = false;     // the newest request is still with the service
     std::deque<Bytes> received_;  // IN packets that the host has taken
     bool in_held_ = false;
     std::map<std::string, int> refusals_;
