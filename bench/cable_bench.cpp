@@ -3,11 +3,9 @@
 // bytes at a time and throws them away, which is what the cable itself costs. Both once more with a client at
 // the relay's port; the bare program then copies each read to it. The bare program is this executable,
 // started again.
-#include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <linux/usb/gadgetfs.h>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -22,6 +20,7 @@
 
 #include "sim/board.h"
 #include "sim/host.h"
+#include "sim/loopback.h"
 
 namespace {
 
@@ -41,19 +40,11 @@ Bytes video_frames() {
     return frames;
 }
 
-sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
 // A client at the relay's port that throws away what it gets.
 class Client {
   public:
     explicit Client(std::uint16_t port) : fd_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
-        const sockaddr_in address = loopback(port);
+        const sockaddr_in address = sim::loopback(port);
         is_connected_ = connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
         reader_ = std::thread{[this] {
             std::vector<char> buffer(1 << 16);
@@ -147,7 +138,7 @@ int accept_client() {
     const int buffer_size = 3'000'000;
     setsockopt(listener, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     setsockopt(listener, SOL_SOCKET, SO_SNDBUF, &buffer_size, sizeof buffer_size);
-    const sockaddr_in address = loopback(6000);
+    const sockaddr_in address = sim::loopback(6000);
     if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         listen(listener, 1) != 0) {
         return -1;

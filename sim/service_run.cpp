@@ -1,8 +1,6 @@
 #include "sim/service_run.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -21,6 +19,7 @@
 #include <stdexcept>
 
 #include "sim/files.h"
+#include "sim/loopback.h"
 
 namespace sim {
 namespace {
@@ -79,10 +78,7 @@ SharedMapping map(const Descriptor& fd, std::size_t size) {
 ServiceRun::ServiceRun(std::string run_directory, std::string shm_prefix, std::uint16_t notice_port)
     : run_directory_{std::move(run_directory)}, shm_prefix_{std::move(shm_prefix)} {
     notices_ = own_descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket");
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(notice_port);
+    sockaddr_in address = loopback(notice_port);
     socklen_t length = sizeof address;
     if (bind(*notices_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
         getsockname(*notices_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {

@@ -33,14 +33,16 @@
 #include <vector>
 
 #include "sim/host.h"
+#include "sim/loopback.h"
 #include "tests/blackbox/board_under_test.h"
 #include "tests/blackbox/bound_port.h"
-#include "tests/udp_socket.h"
 
 namespace blackbox {
 
 using sim::Bytes;
+using sim::Datagram;
 using sim::Milliseconds;
+using sim::UdpSocket;
 
 // Long enough for a sanitized build on a machine that does much else; nothing waits that long when all is
 // well.
@@ -170,7 +172,9 @@ class Service {
     }
 
     // Sends a datagram to the command port, as it is; a command, with the "!" put in front of its JSON text.
-    void datagram(std::span<const std::uint8_t> bytes) { main_application_.send(bytes, command_port()); }
+    void datagram(std::span<const std::uint8_t> bytes) {
+        ASSERT_TRUE(main_application_.send(bytes, command_port()));
+    }
     void command(std::string_view json) {
         Bytes bytes(1 + json.size(), '!');
         std::copy(json.begin(), json.end(), bytes.begin() + 1);

@@ -5,6 +5,7 @@
 #include <memory>
 #include <random>
 
+#include "sim/loopback.h"
 #include "tests/blackbox/harness.h"
 
 namespace {
@@ -19,10 +20,7 @@ class Client {
         if (receive_buffer > 0) {
             setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
         }
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
+        const sockaddr_in address = sim::loopback(port);
         if (connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
             throw std::runtime_error("the relay does not listen");
         }

@@ -5,6 +5,7 @@
 
 #include "include/ardenvue.h"
 #include "sim/capture_file.h"
+#include "sim/loopback.h"
 #include "sim/player.h"
 #include "tests/blackbox/harness.h"
 
@@ -147,11 +148,9 @@ class Recorder {
   public:
     Recorder(std::uint16_t port, const std::string& path)
         : fd_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        if (!writer_.open(path) || connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        const sockaddr_in address = sim::loopback(port);
+        if (!writer_.open(path) ||
+            connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
             throw std::runtime_error("no recorder");
         }
         thread_ = std::thread{[this] {

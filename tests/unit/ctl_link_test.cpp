@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "tests/udp_socket.h"
+#include "sim/loopback.h"
 #include "tools/exit_codes.h"
 
 namespace {
@@ -34,7 +34,8 @@ class Sender {
     std::string name() const { return "127.0.0.1:" + std::to_string(port()); }
 
     void send(const std::string& datagram, std::uint16_t port) {
-        socket_.send({reinterpret_cast<const std::uint8_t*>(datagram.data()), datagram.size()}, port);
+        ASSERT_TRUE(
+            socket_.send({reinterpret_cast<const std::uint8_t*>(datagram.data()), datagram.size()}, port));
     }
 
     // What is waiting, empty when nothing is.
@@ -44,7 +45,7 @@ class Sender {
     }
 
   private:
-    blackbox::UdpSocket socket_;
+    sim::UdpSocket socket_;
 };
 
 // A link on a port that was free a moment ago.

@@ -1,8 +1,7 @@
-// Datagrams on this machine, for tests.
+// Sockets of this machine, 127.0.0.1: what the simulator, the tests and the benchmarks meet the service on.
 #pragma once
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -16,7 +15,15 @@
 #include <string>
 #include <vector>
 
-namespace blackbox {
+namespace sim {
+
+inline sockaddr_in loopback(std::uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    return address;
+}
 
 // One datagram, with the port it came from.
 struct Datagram {
@@ -64,24 +71,16 @@ class UdpSocket {
         return datagram;
     }
 
-    void send(std::span<const std::uint8_t> bytes, std::uint16_t port) {
+    // False when the kernel did not take it whole.
+    bool send(std::span<const std::uint8_t> bytes, std::uint16_t port) {
         const sockaddr_in to = loopback(port);
-        ASSERT_EQ(
-            sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to),
-            static_cast<ssize_t>(bytes.size()));
+        return sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+                      sizeof to) == static_cast<ssize_t>(bytes.size());
     }
 
   private:
-    static sockaddr_in loopback(std::uint16_t port) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port);
-        return address;
-    }
-
     int fd_;
     std::uint16_t port_ = 0;
 };
 
-}  // namespace blackbox
+}  // namespace sim
