@@ -1,12 +1,13 @@
 // What only a real kernel can show: that its own host stack knows the device, that a host whose driver goes
-// takes the link down and one whose driver comes back finds it again, and how fast the link is beside the
-// least that a program can do.
+// takes the link down and one whose driver comes back finds it again, what a host at full speed gets, and how
+// fast the link is beside the least that a program can do.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -89,6 +90,24 @@ TEST(RealBoard, HostThatLetsGoFindsTheDeviceAgainAfterTheRestart) {
     service.start();
     ASSERT_NO_FATAL_FAILURE(service.stream());
     EXPECT_FALSE(service.next_status().empty());
+}
+
+// The machine's controller, loaded anew with options: nobody may hold its device.
+void reload_controller(const std::string& options) {
+    ASSERT_EQ(std::system(("rmmod dummy_hcd && modprobe dummy_hcd " + options).c_str()), 0);
+}
+
+TEST(RealBoard, HostAtFullSpeedGetsNoStream) {
+    ASSERT_NO_FATAL_FAILURE(reload_controller("is_high_speed=0"));
+    {
+        Service service;
+        ASSERT_TRUE(service.cable().wait_for_device(patience)) << service.board().errors();
+        service.cable().plug(sim::Speed::full);  // the service may end in the middle of it
+        // The first read asks for more than a packet of that speed.
+        EXPECT_EQ(service.end_code(), 3) << service.board().errors();
+        EXPECT_TRUE(service.said("read failed\n"));
+    }
+    reload_controller("");
 }
 
 // Bytes a second that the device takes, measured at the host.
