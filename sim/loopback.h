@@ -17,6 +17,7 @@
 
 namespace sim {
 
+// The address 127.0.0.1 with a port, in network byte order.
 inline sockaddr_in loopback(std::uint16_t port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
