@@ -1,18 +1,12 @@
 // The shipped executable on a simulated board, streamed to flat out: bytes a second through the cable, and
 // processor seconds of the service per gigabyte. Beside it a bare program that reads the same endpoint 512
 // bytes at a time and throws them away, which is what the cable itself costs. Both once more with a client at
-// the relay's port; the bare program then copies each read to it. The bare program is this executable,
-// started again.
+// the relay's port; the bare program (bare_reader.cpp) then copies each read to it.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <linux/usb/gadgetfs.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
-#include <cstring>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
@@ -110,93 +104,27 @@ void run_service(benchmark::State& state, bool with_client) {
     stream(state, board);
 }
 
-void run_bare(benchmark::State& state, const char* mode) {
+void run_bare(benchmark::State& state, bool with_client) {
     sim::Board board{board_options()};
-    board.start({std::filesystem::read_symlink("/proc/self/exe").string(), {mode}, {}, ""});
-    const bool with_client = std::string_view{mode} == "copy";
+    board.start({BARE_READER_PATH,
+                 with_client ? std::vector<std::string>{"copy"} : std::vector<std::string>{},
+                 {},
+                 ""});
     const std::unique_ptr<Client> client = with_client ? connect_client(board) : nullptr;
     if (with_client && !client) {
         return state.SkipWithError("no client");
     }
-    if (!board.cable().wait_for_device(patience) || !board.cable().plug(sim::Speed::high) ||
-        !board.cable().inject({sim::suspend_event()}, patience) ||
-        !board.cable().wait_for_endpoints(patience)) {
-        return state.SkipWithError("no device");
+    if (!sim::enumerate(board.cable()).empty() || !board.cable().wait_for_endpoints(patience)) {
+        return state.SkipWithError("no enumeration");
     }
     stream(state, board);
 }
 
 BENCHMARK_CAPTURE(run_service, alone, false)->UseRealTime()->Unit(benchmark::kMillisecond)->MinTime(3);
-BENCHMARK_CAPTURE(run_bare, reader, "read")->UseRealTime()->Unit(benchmark::kMillisecond)->MinTime(3);
+BENCHMARK_CAPTURE(run_bare, reader, false)->UseRealTime()->Unit(benchmark::kMillisecond)->MinTime(3);
 BENCHMARK_CAPTURE(run_service, relay, true)->UseRealTime()->Unit(benchmark::kMillisecond)->MinTime(3);
-BENCHMARK_CAPTURE(run_bare, copier, "copy")->UseRealTime()->Unit(benchmark::kMillisecond)->MinTime(3);
-
-// Listens where the relay does, with its options, and waits for the client.
-int accept_client() {
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const int on = 1;
-    const int buffer_size = 3'000'000;
-    setsockopt(listener, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    setsockopt(listener, SOL_SOCKET, SO_SNDBUF, &buffer_size, sizeof buffer_size);
-    const sockaddr_in address = sim::loopback(6000);
-    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(listener, 1) != 0) {
-        return -1;
-    }
-    return accept(listener, nullptr, nullptr);
-}
-
-// The bare program: opens the OUT endpoint when it is told to with a suspend event, and reads; copies each
-// read to a client, or throws it away when there is none (-1).
-int read_and_copy(int client) {
-    const std::array<std::uint8_t, 86> configuration = {
-        0x00, 0x00, 0x00, 0x00,                                                              // tag
-        0x09, 0x02, 0x20, 0x00, 0x01, 0x02, 0x00, 0xC0, 0x01,                                // full speed
-        0x09, 0x04, 0x00, 0x00, 0x02, 0xFF, 0x00, 0x00, 0x00,                                //
-        0x07, 0x05, 0x86, 0x02, 0x40, 0x00, 0x00, 0x07, 0x05, 0x02, 0x02, 0x40, 0x00, 0x00,  //
-        0x09, 0x02, 0x20, 0x00, 0x01, 0x02, 0x00, 0xC0, 0x01,                                // high speed
-        0x09, 0x04, 0x00, 0x00, 0x02, 0xFF, 0x00, 0x00, 0x00,                                //
-        0x07, 0x05, 0x86, 0x02, 0x00, 0x02, 0x00, 0x07, 0x05, 0x02, 0x02, 0x00, 0x02, 0x00,  //
-        0x12, 0x01, 0x00, 0x02, 0xFF, 0x00, 0x00, 0x00, 0x34, 0x12, 0x78, 0x56, 0,    0,    0, 0, 0, 0x01};
-    const std::array<std::uint8_t, 18> endpoint = {1, 0, 0, 0, 7,    5, 0x02, 2, 64,
-                                                   0, 0, 7, 5, 0x02, 2, 0,    2, 0};
-    const int device = open("/dev/gadget/20980000.usb", O_RDWR);
-    if (write(device, configuration.data(), configuration.size()) < 0) {
-        return 1;
-    }
-    std::array<usb_gadgetfs_event, 5> events{};
-    do {
-        if (read(device, events.data(), sizeof events) <= 0) {
-            return 1;
-        }
-    } while (events[0].type != GADGETFS_SUSPEND);
-    const int out = open("/dev/gadget/ep2out", O_RDWR);
-    std::array<char, 512> buffer{};
-    if (write(out, endpoint.data(), endpoint.size()) < 0) {
-        return 1;
-    }
-    for (;;) {
-        const ssize_t size = read(out, buffer.data(), buffer.size());
-        if (size <= 0) {
-            return 0;
-        }
-        if (client >= 0 &&
-            send(client, buffer.data(), static_cast<std::size_t>(size), MSG_NOSIGNAL) != size) {
-            return 1;
-        }
-    }
-}
+BENCHMARK_CAPTURE(run_bare, copier, true)->UseRealTime()->Unit(benchmark::kMillisecond)->MinTime(3);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], "read") == 0) {
-        return read_and_copy(-1);
-    }
-    if (argc == 2 && std::strcmp(argv[1], "copy") == 0) {
-        return read_and_copy(accept_client());
-    }
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}
+BENCHMARK_MAIN();
