@@ -12,7 +12,7 @@
 #include <cstring>
 #include <thread>
 
-#include "sim/loopback.h"
+#include "sim/board/loopback.h"
 #include "usb/loopback_device.h"
 
 namespace {

@@ -12,9 +12,9 @@
 #include <thread>
 #include <vector>
 
-#include "sim/board.h"
-#include "sim/host.h"
-#include "sim/loopback.h"
+#include "sim/board/board.h"
+#include "sim/board/loopback.h"
+#include "sim/remote/host.h"
 
 namespace {
 

@@ -14,10 +14,10 @@
 #include <thread>
 #include <vector>
 
-#include "sim/board.h"
-#include "sim/host.h"
-#include "sim/packet.h"
-#include "tools/service_link.h"
+#include "ctl/service_link.h"
+#include "sim/aircraft/packet.h"
+#include "sim/board/board.h"
+#include "sim/remote/host.h"
 
 namespace {
 
@@ -60,8 +60,8 @@ class Video {
   private:
     void send(sim::Cable& cable, Clock::duration interval) {
         prctl(PR_SET_TIMERSLACK, 1);
-        const sim::Bytes payload(58 * packet_size - sim::frame_header_size);
-        const sim::Bytes frame = sim::encode_frame(sim::FrameType::video, payload);
+        const sim::Bytes payload(58 * packet_size - formats::frame_header_size);
+        const sim::Bytes frame = sim::encode_frame(formats::FrameType::video, payload);
         Clock::time_point next = Clock::now();
         for (std::size_t at = 0; !stop_; at = (at + packet_size) % frame.size()) {
             if (!cable.bulk_out(std::span{frame}.subspan(at, packet_size))) {

@@ -14,10 +14,10 @@
 #include <random>
 #include <vector>
 
-#include "include/ardenvue.h"
+#include "ardenvue.h"
+#include "io/usb_link.h"
 #include "link/crc.h"
 #include "link/stream.h"
-#include "link/usb_link.h"
 #include "platform/file_descriptor.h"
 #include "platform/little_endian.h"
 #include "platform/shared_memory.h"

@@ -1,5 +1,5 @@
 # Finds the board's firmware library (bcm_host.h, libbcm_host). On any other machine BcmHost_FOUND stays false and
-# platform/ builds the stand-in.
+# src/platform/ builds the stand-in.
 find_path(BcmHost_INCLUDE_DIR bcm_host.h PATHS /opt/vc/include)
 find_library(BcmHost_LIBRARY bcm_host PATHS /opt/vc/lib)
 include(FindPackageHandleStandardArgs)

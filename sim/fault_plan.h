@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/source.h"
+#include "sim/remote/source.h"
 
 namespace sim {
 

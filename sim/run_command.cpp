@@ -7,8 +7,8 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "include/ardenvue.h"
-#include "sim/board.h"
+#include "ardenvue.h"
+#include "sim/board/board.h"
 
 namespace sim {
 namespace {

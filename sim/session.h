@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "sim/fault_plan.h"
-#include "sim/host.h"
-#include "sim/player.h"
+#include "sim/remote/host.h"
+#include "sim/remote/player.h"
 
 namespace sim {
 

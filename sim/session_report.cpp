@@ -24,7 +24,7 @@ void Session::print_summary() const {
 }
 
 bool Session::write_report() const {
-    const File file{std::fopen(options_.report.c_str(), "w")};
+    const formats::File file{std::fopen(options_.report.c_str(), "w")};
     if (!file) {
         return false;
     }

@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "include/ardenvue.h"
+#include <ardenvue.h>
 
 int main(int argc, char** argv) {
     if (argc != 4) {

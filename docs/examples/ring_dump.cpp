@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "include/ardenvue.h"
+#include <ardenvue.h>
 
 namespace {
 

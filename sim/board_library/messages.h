@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "sim/board_protocol.h"
+#include "sim/board_library/board_protocol.h"
 
 namespace board_library {
 

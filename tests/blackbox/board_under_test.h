@@ -6,9 +6,9 @@
 #include <string>
 
 #ifdef REAL_BOARD
-#include "sim/real_board.h"
+#include "sim/board/real_board.h"
 #else
-#include "sim/board.h"
+#include "sim/board/board.h"
 #endif
 
 namespace blackbox {

@@ -4,8 +4,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "sim/packet.h"
-#include "sim/pushes.h"
+#include "formats/hex.h"
+#include "sim/aircraft/packet.h"
+#include "sim/aircraft/pushes.h"
 #include "tests/blackbox/harness.h"
 
 namespace {
@@ -80,7 +81,7 @@ class Commands : public testing::Test {
     }
 
     bool send_push(const sim::Packet& packet) {
-        return service_.send_frames(encode_frame(sim::FrameType::packets, encode_packet(packet)));
+        return service_.send_frames(sim::encode_frame(formats::FrameType::packets, encode_packet(packet)));
     }
 
     // Has the camera push the value, and waits until the binary record shows it.
@@ -113,7 +114,7 @@ class Commands : public testing::Test {
         SCOPED_TRACE(row.json);
         service_.command(row.json);
         for (const std::string& pattern : row.packets) {
-            ASSERT_EQ(sim::hex(service_.next_packet()), sim::hex(packet_of(pattern, sequence_)));
+            ASSERT_EQ(formats::hex(service_.next_packet()), formats::hex(packet_of(pattern, sequence_)));
             ++sequence_;
         }
         for (const std::string& line : row.lines) {
@@ -136,7 +137,7 @@ class Commands : public testing::Test {
 TEST_F(Commands, EachSendsItsPacketsAndWritesItsLines) {
     // One packet known from a real link, sums and all: the first command of a fresh service.
     service_.command(R"({"cmd":"record","param":"start"})");
-    ASSERT_EQ(sim::hex(service_.next_packet()), "55 0E 04 66 02 01 00 00 40 02 02 01 08 44");
+    ASSERT_EQ(formats::hex(service_.next_packet()), "55 0E 04 66 02 01 00 00 40 02 02 01 08 44");
     expected_ = "Record start\n";
     sequence_ = 1;
 

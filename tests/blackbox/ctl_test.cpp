@@ -10,14 +10,14 @@
 #include <iterator>
 #include <memory>
 
-#include "include/ardenvue.h"
-#include "sim/capture_file.h"
-#include "sim/clip.h"
-#include "sim/player.h"
+#include "ardenvue.h"
+#include "ctl/command_words.h"
+#include "ctl/exit_codes.h"
+#include "ctl/service_link.h"
+#include "formats/capture_file.h"
+#include "sim/remote/clip.h"
+#include "sim/remote/player.h"
 #include "tests/blackbox/harness.h"
-#include "tools/command_words.h"
-#include "tools/exit_codes.h"
-#include "tools/service_link.h"
 
 namespace {
 
@@ -233,14 +233,14 @@ TEST_F(Ctl, CapturesTheStreamWithItsTimes) {
     const std::string file = stage().file("stream.cap");
     const Result result = stage().ctl("capture --seconds 2 " + file);
     EXPECT_EQ(result.code, ctl::done) << result.output;
-    sim::CaptureReader capture;
+    formats::CaptureReader capture;
     ASSERT_TRUE(capture.open(file));
     EXPECT_TRUE(capture.has_times());
     sim::Time last{0};
     int payloads = 0;
     Bytes video;
-    sim::StreamReader frames{[&](sim::FrameType type, std::span<const std::uint8_t> payload) {
-        if (type == sim::FrameType::video) {
+    formats::StreamReader frames{[&](formats::FrameType type, std::span<const std::uint8_t> payload) {
+        if (type == formats::FrameType::video) {
             video.insert(video.end(), payload.begin(), payload.end());
             payloads += 1;
         }

@@ -1,6 +1,6 @@
 // The gadget layer with a device that is not the service's, and its diagnostic lines, which the service never
 // turns on.
-#include "sim/board.h"
+#include "sim/board/board.h"
 #include "tests/blackbox/harness.h"
 #include "tests/blackbox/says_in_order.h"
 

@@ -5,7 +5,8 @@
 #include <cstring>
 #include <limits>
 
-#include "sim/packet.h"
+#include "formats/hex.h"
+#include "sim/aircraft/packet.h"
 #include "tests/blackbox/harness.h"
 
 namespace {
@@ -61,10 +62,10 @@ class Gimbal {
             ADD_FAILURE() << (bytes.empty() ? "no packet" : problem);
             return {};
         }
-        EXPECT_EQ(packet.sequence, next_sequence_) << sim::hex(bytes);
+        EXPECT_EQ(packet.sequence, next_sequence_) << formats::hex(bytes);
         next_sequence_ = static_cast<std::uint16_t>(packet.sequence + 1);
         packet.payload.insert(packet.payload.begin(), packet.id);
-        return sim::hex(packet.payload);
+        return formats::hex(packet.payload);
     }
 
     // Waits for the packet, past those that were on their way.
@@ -272,7 +273,7 @@ TEST(GimbalMotionStart, TheFirstPacketCarriesTheFirstNumber) {
         ASSERT_TRUE(service.said("Gimbal set mode unknown\n"));
         gimbal.publish(c.inputs);
         ASSERT_NO_FATAL_FAILURE(gimbal.stream());
-        ASSERT_EQ(sim::hex(service.next_packet()), c.first_packet);
+        ASSERT_EQ(formats::hex(service.next_packet()), c.first_packet);
         // The cable is pulled in full motion.
         ASSERT_NO_FATAL_FAILURE(gimbal.restart());
         ASSERT_TRUE(service.said(opened));

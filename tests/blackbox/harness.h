@@ -32,8 +32,8 @@
 #include <thread>
 #include <vector>
 
-#include "sim/host.h"
-#include "sim/loopback.h"
+#include "sim/board/loopback.h"
+#include "sim/remote/host.h"
 #include "tests/blackbox/board_under_test.h"
 #include "tests/blackbox/bound_port.h"
 

@@ -1,7 +1,8 @@
 // The link to the main application: who is present, what the datagrams carry and when they go, and what
 // becomes of datagrams of every size.
-#include "sim/packet.h"
-#include "sim/pushes.h"
+#include "formats/hex.h"
+#include "sim/aircraft/packet.h"
+#include "sim/aircraft/pushes.h"
 #include "tests/blackbox/harness.h"
 #include "tests/blackbox/says_in_order.h"
 
@@ -61,7 +62,8 @@ class MainappLink : public testing::Test {
     static void TearDownTestSuite() { service_.reset(); }
 
     static void push(const sim::Packet& packet) {
-        ASSERT_TRUE(service_->send_frames(encode_frame(sim::FrameType::packets, encode_packet(packet))));
+        ASSERT_TRUE(
+            service_->send_frames(sim::encode_frame(formats::FrameType::packets, encode_packet(packet))));
     }
 
     // The kinds of datagrams from now on: what goes from one status line to just before the next, so many
@@ -108,7 +110,7 @@ TEST_F(MainappLink, SendsTheHistogramForThreeSecondsAfterItsPush) {
         }};
         const auto histogram = service_->next_datagram([](const Datagram& d) { return kind_of(d) == 'H'; });
         ASSERT_TRUE(histogram);
-        EXPECT_EQ(sim::hex(histogram->bytes), sim::hex(record));
+        EXPECT_EQ(formats::hex(histogram->bytes), formats::hex(record));
         EXPECT_NE(service_->next_status({"histogram=1,"}), "");
         EXPECT_THAT(periods(1), Each("LGHGHGHGHGH"));
     }

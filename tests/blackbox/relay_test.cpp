@@ -5,7 +5,7 @@
 #include <memory>
 #include <random>
 
-#include "sim/loopback.h"
+#include "sim/board/loopback.h"
 #include "tests/blackbox/harness.h"
 
 namespace {

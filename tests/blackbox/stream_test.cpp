@@ -3,10 +3,10 @@
 #include <array>
 #include <memory>
 
-#include "include/ardenvue.h"
-#include "sim/capture_file.h"
-#include "sim/loopback.h"
-#include "sim/player.h"
+#include "ardenvue.h"
+#include "formats/capture_file.h"
+#include "sim/board/loopback.h"
+#include "sim/remote/player.h"
 #include "tests/blackbox/harness.h"
 
 namespace {
@@ -156,7 +156,7 @@ class Recorder {
         thread_ = std::thread{[this] {
             std::uint8_t buffer[4096];
             for (ssize_t count = 0; (count = recv(fd_, buffer, sizeof buffer, 0)) > 0;) {
-                writer_.write(sim::Direction::from_remote, {buffer, static_cast<std::size_t>(count)});
+                writer_.write(formats::Direction::from_remote, {buffer, static_cast<std::size_t>(count)});
                 recorded_ += static_cast<std::uint64_t>(count);
             }
         }};
@@ -173,7 +173,7 @@ class Recorder {
 
   private:
     int fd_;
-    sim::CaptureWriter writer_;
+    formats::CaptureWriter writer_;
     std::atomic<std::uint64_t> recorded_{0};
     std::thread thread_;
 };

@@ -3,7 +3,7 @@
 #include <functional>
 #include <sstream>
 
-#include "include/ardenvue.h"
+#include "ardenvue.h"
 #include "tests/blackbox/harness.h"
 
 namespace {

@@ -2,10 +2,10 @@
 // real.
 #include <fstream>
 
-#include "include/ardenvue.h"
-#include "sim/player.h"
+#include "ardenvue.h"
+#include "ctl/ring_reader.h"
+#include "sim/remote/player.h"
 #include "tests/blackbox/harness.h"
-#include "tools/ring_reader.h"
 
 namespace {
 
@@ -75,7 +75,7 @@ TEST(WholeService, LosesNothingOfTheVideo) {
     ASSERT_TRUE(memory);
     ctl::RingReader ring{*reinterpret_cast<const ardenvue::FrameRing*>(memory->data.get())};
 
-    sim::VideoTally published;
+    formats::VideoTally published;
     const auto read_ring = [&] {
         while (const std::optional<ctl::RingFrame> frame = ring.next()) {
             published.add(frame->payload);

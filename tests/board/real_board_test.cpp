@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "platform/file_descriptor.h"
-#include "sim/packet.h"
+#include "sim/aircraft/packet.h"
 #include "tests/blackbox/harness.h"
 
 namespace {
@@ -113,7 +113,7 @@ TEST(RealBoard, HostAtFullSpeedGetsNoStream) {
 // Bytes a second that the device takes, measured at the host.
 double throughput(sim::Cable& cable) {
     constexpr int frames = 256;  // about 8 MB
-    const Bytes frame = encode_frame(sim::FrameType::video, Bytes(30'000, 0x5A));
+    const Bytes frame = sim::encode_frame(formats::FrameType::video, Bytes(30'000, 0x5A));
     EXPECT_TRUE(cable.bulk_out(frame));  // reader and buffers are warm
     Bytes stream;
     for (int i = 0; i < frames; ++i) {

@@ -1,4 +1,4 @@
-#include "sim/camera.h"
+#include "sim/aircraft/camera.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,6 +6,9 @@
 #include <optional>
 #include <sstream>
 #include <string>
+
+#include "formats/hex.h"
+#include "tests/hex.h"
 
 namespace {
 
@@ -19,15 +22,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-Bytes from_hex(const std::string& text) {
-    std::istringstream stream(text);
-    Bytes bytes;
-    for (unsigned value = 0; stream >> std::hex >> value;) {
-        bytes.push_back(static_cast<std::uint8_t>(value));
-    }
-    return bytes;
-}
 
 // Packets with known sums, from both kinds of receiver.
 TEST(LinkPacket, SumsAreThoseOnTheWire) {
@@ -43,10 +37,11 @@ TEST(LinkPacket, SumsAreThoseOnTheWire) {
          {2, 4, 0, 0x40, 4, 0x0A, {0x58, 2, 0, 0, 0, 0, 0x64, 0, 0xE0, 4}}},
     };
     for (const auto& test : cases) {
-        EXPECT_EQ(sim::hex(sim::encode_packet(test.packet)), test.bytes);
+        EXPECT_EQ(formats::hex(sim::encode_packet(test.packet)), test.bytes);
         Packet decoded;
         std::string problem;
-        EXPECT_EQ(sim::decode_packet(from_hex(test.bytes), decoded, problem), from_hex(test.bytes).size());
+        EXPECT_EQ(sim::decode_packet(bytes_from_hex(test.bytes), decoded, problem),
+                  bytes_from_hex(test.bytes).size());
         EXPECT_EQ(decoded.payload, test.packet.payload);
         EXPECT_EQ(decoded.sequence, test.packet.sequence);
     }
@@ -61,7 +56,7 @@ class CameraTest : public testing::Test {
     std::string send(std::uint8_t set, std::uint8_t id, const std::string& payload, Time now = 0s,
                      std::uint8_t sender = 0x02, std::uint8_t type = 0x40) {
         const std::uint8_t receiver = set == 0x04 ? 0x04 : 0x01;
-        const Packet packet{sender, receiver, sequence++, type, set, id, from_hex(payload)};
+        const Packet packet{sender, receiver, sequence++, type, set, id, bytes_from_hex(payload)};
         const auto received = camera->receive(sim::encode_packet(packet), now);
         EXPECT_THAT(received, SizeIs(1));
         return received.at(0).meaning;
@@ -175,7 +170,7 @@ TEST(CameraComplaints, NameWhatIsWrong) {
         camera.receive(sim::encode_packet({2, 1, 0, 0x40, 2, 0x2A, {5}}), 0s);
         camera.receive(test.transfer, 1s);
         EXPECT_THAT(camera.complaints(), ElementsAre(HasSubstr(test.complaint)));
-        EXPECT_THAT(camera.complaints(), ElementsAre(HasSubstr(sim::hex(test.transfer))));
+        EXPECT_THAT(camera.complaints(), ElementsAre(HasSubstr(formats::hex(test.transfer))));
         EXPECT_EQ(camera.state(1s).iso_code, 5) << test.complaint;
     }
 }

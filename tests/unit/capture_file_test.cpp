@@ -1,4 +1,4 @@
-#include "sim/capture_file.h"
+#include "formats/capture_file.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -9,9 +9,9 @@
 
 namespace {
 
-using sim::CaptureReader;
-using sim::CaptureWriter;
-using sim::Direction;
+using formats::CaptureReader;
+using formats::CaptureWriter;
+using formats::Direction;
 using std::chrono::microseconds;
 
 class CaptureFile : public testing::Test {
@@ -28,12 +28,12 @@ class CaptureFile : public testing::Test {
 
 // Captures are kept for years: the bytes on disk must not change with the code.
 TEST_F(CaptureFile, HasTheDocumentedLayout) {
-    CaptureWriter writer;
+    formats::CaptureWriter writer;
     ASSERT_TRUE(writer.open(path));
     const std::uint8_t stream[] = {0x55, 0xCC, 0x4A};
     const std::uint8_t command[] = {0x55};
-    ASSERT_TRUE(writer.write(microseconds{0x1'0203'0405}, Direction::from_remote, stream));
-    ASSERT_TRUE(writer.write(microseconds{0x1'0203'0406}, Direction::to_remote, command));
+    ASSERT_TRUE(writer.write(microseconds{0x1'0203'0405}, formats::Direction::from_remote, stream));
+    ASSERT_TRUE(writer.write(microseconds{0x1'0203'0406}, formats::Direction::to_remote, command));
     ASSERT_TRUE(writer.flush());
     const std::string file = contents();
     ASSERT_EQ(file.size(), 16u + 19u + 17u);
@@ -42,7 +42,7 @@ TEST_F(CaptureFile, HasTheDocumentedLayout) {
               std::string("\x05\x04\x03\x02\x01\0\0\0\x03\0\0\0\0\0\0\0\x55\xCC\x4A", 19));
     EXPECT_EQ(file.substr(35), std::string("\x06\x04\x03\x02\x01\0\0\0\x01\0\0\0\x01\0\0\0\x55", 17));
 
-    CaptureReader reader;
+    formats::CaptureReader reader;
     ASSERT_TRUE(reader.open(path));
     EXPECT_TRUE(reader.has_times());
     for (int pass = 0; pass < 2; ++pass) {
@@ -51,7 +51,7 @@ TEST_F(CaptureFile, HasTheDocumentedLayout) {
         ASSERT_TRUE(first && second);
         EXPECT_EQ(first->time, microseconds{0x1'0203'0405});
         EXPECT_EQ(first->bytes, std::vector<std::uint8_t>(stream, stream + 3));
-        EXPECT_EQ(second->direction, Direction::to_remote);
+        EXPECT_EQ(second->direction, formats::Direction::to_remote);
         EXPECT_FALSE(reader.next());
         EXPECT_FALSE(reader.damaged());
         reader.rewind();
@@ -59,11 +59,11 @@ TEST_F(CaptureFile, HasTheDocumentedLayout) {
 }
 
 TEST_F(CaptureFile, EndsAtDamageAndSaysSo) {
-    CaptureWriter writer;
+    formats::CaptureWriter writer;
     ASSERT_TRUE(writer.open(path));
     const std::uint8_t bytes[100] = {};
-    ASSERT_TRUE(writer.write(microseconds{1}, Direction::from_remote, bytes));
-    ASSERT_TRUE(writer.write(microseconds{2}, Direction::from_remote, bytes));
+    ASSERT_TRUE(writer.write(microseconds{1}, formats::Direction::from_remote, bytes));
+    ASSERT_TRUE(writer.write(microseconds{2}, formats::Direction::from_remote, bytes));
     ASSERT_TRUE(writer.flush());
     const std::string whole = contents();
     std::string wrong_direction = whole;
@@ -73,7 +73,7 @@ TEST_F(CaptureFile, EndsAtDamageAndSaysSo) {
     for (const std::string& damaged :
          {whole.substr(0, whole.size() - 1), whole.substr(0, 132 + 15), wrong_direction, wrong_length}) {
         put(damaged);
-        CaptureReader reader;
+        formats::CaptureReader reader;
         ASSERT_TRUE(reader.open(path));
         EXPECT_TRUE(reader.next());
         EXPECT_FALSE(reader.next());
@@ -85,18 +85,18 @@ TEST_F(CaptureFile, TakesAnythingElseAsAPlainStream) {
     for (const std::size_t size : {std::size_t{0}, std::size_t{7}, std::size_t{40'000}}) {
         const std::string stream(size, 'x');
         put(stream);
-        CaptureReader reader;
+        formats::CaptureReader reader;
         ASSERT_TRUE(reader.open(path));
         EXPECT_FALSE(reader.has_times());
         std::string joined;
         while (const auto record = reader.next()) {
-            EXPECT_EQ(record->direction, Direction::from_remote);
+            EXPECT_EQ(record->direction, formats::Direction::from_remote);
             joined.append(record->bytes.begin(), record->bytes.end());
         }
         EXPECT_EQ(joined, stream);
         EXPECT_FALSE(reader.damaged());
     }
-    EXPECT_FALSE(CaptureReader{}.open(path + ".missing"));
+    EXPECT_FALSE(formats::CaptureReader{}.open(path + ".missing"));
 }
 
 }  // namespace

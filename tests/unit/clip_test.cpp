@@ -1,4 +1,4 @@
-#include "sim/clip.h"
+#include "sim/remote/clip.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

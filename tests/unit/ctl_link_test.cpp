@@ -1,13 +1,13 @@
 // The client's socket on the status port: whom it listens to, and where it sends.
-#include "tools/service_link.h"
+#include "ctl/service_link.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <string>
 
-#include "sim/loopback.h"
-#include "tools/exit_codes.h"
+#include "ctl/exit_codes.h"
+#include "sim/board/loopback.h"
 
 namespace {
 

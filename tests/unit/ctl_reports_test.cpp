@@ -1,5 +1,5 @@
 // What arrives on the status port, from the service and from anybody else.
-#include "tools/reports.h"
+#include "ctl/reports.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // The client's ring reader beside a writer that never waits.
-#include "tools/ring_reader.h"
+#include "ctl/ring_reader.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "tools/ring_mapping.h"
+#include "ctl/ring_mapping.h"
 
 namespace {
 

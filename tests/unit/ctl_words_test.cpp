@@ -1,11 +1,11 @@
 // The client's words: what each command becomes, and what is said of words that are none.
-#include "tools/command_words.h"
+#include "ctl/command_words.h"
 
 #include <gmock/gmock.h>
 
 #include <set>
 
-#include "tools/command_shown.h"
+#include "ctl/command_shown.h"
 
 namespace {
 

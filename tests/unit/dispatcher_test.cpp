@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "commands/camera_video.h"
-#include "link/usb_link.h"
+#include "io/usb_link.h"
 
 namespace {
 std::vector<std::string> sent;  // payloads in hexadecimal

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "include/ardenvue.h"
+#include "ardenvue.h"
 #include "video/frame_buffers.h"
 #include "video/picture_size.h"
 

@@ -4,7 +4,7 @@
 #include <new>
 
 #include "gtest/gtest.h"
-#include "link/usb_link.h"
+#include "io/usb_link.h"
 
 // ThreadSanitizer's own allocator can't be replaced; the others can.
 #ifndef __SANITIZE_THREAD__

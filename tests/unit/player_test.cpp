@@ -1,4 +1,4 @@
-#include "sim/player.h"
+#include "sim/remote/player.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,16 +14,16 @@
 namespace {
 
 using namespace std::chrono_literals;
+using formats::CaptureWriter;
+using formats::Direction;
+using formats::FrameType;
+using formats::StreamReader;
 using sim::AccessUnit;
 using sim::Bytes;
 using sim::Camera;
-using sim::CaptureWriter;
-using sim::Direction;
-using sim::FrameType;
 using sim::LiveSource;
 using sim::Packet;
 using sim::ReplaySource;
-using sim::StreamReader;
 using sim::Time;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -38,8 +38,8 @@ const std::vector<AccessUnit> two_pictures{{{{1, 1, 1}, {2}}}, {{{3, 3}}}};
 struct Contents {
     std::vector<Bytes> video;
     std::map<std::string, int> pushes;
-    StreamReader reader{[this](FrameType type, std::span<const std::uint8_t> payload) {
-        if (type == FrameType::video) {
+    formats::StreamReader reader{[this](formats::FrameType type, std::span<const std::uint8_t> payload) {
+        if (type == formats::FrameType::video) {
             video.emplace_back(payload.begin(), payload.end());
             return;
         }
@@ -128,14 +128,14 @@ TEST(LiveStream, FaultsLeaveTheVideoWhole) {
 TEST(StreamReader, FindsTheSameHoweverTheStreamIsCut) {
     Bytes stream{0x55, 0xCC, 0x4A, 0x00, 0x55};  // nearly a header
     for (const Bytes& payload : {Bytes(300, 7), Bytes{}, Bytes{0x55, 0xCC, 0x4A, 0x57}, Bytes(9, 1)}) {
-        const Bytes frame = sim::encode_frame(FrameType::video, payload);
+        const Bytes frame = sim::encode_frame(formats::FrameType::video, payload);
         stream.insert(stream.end(), frame.begin(), frame.end());
         stream.push_back(0x55);
     }
     for (const std::size_t cut : {std::size_t{1}, std::size_t{7}, std::size_t{512}}) {
-        sim::VideoTally tally;
+        formats::VideoTally tally;
         std::size_t frames = 0;
-        StreamReader reader{[&](FrameType, std::span<const std::uint8_t> payload) {
+        formats::StreamReader reader{[&](formats::FrameType, std::span<const std::uint8_t> payload) {
             ++frames;
             tally.add(payload);
         }};
@@ -150,14 +150,14 @@ TEST(StreamReader, FindsTheSameHoweverTheStreamIsCut) {
 
 TEST(Replay, KeepsTheTimesAndBeginsWithAFrame) {
     const std::string path = testing::TempDir() + "replay." + std::to_string(getpid());
-    const Bytes frame = sim::encode_frame(FrameType::video, Bytes{1, 2, 3});
-    CaptureWriter writer;
+    const Bytes frame = sim::encode_frame(formats::FrameType::video, Bytes{1, 2, 3});
+    formats::CaptureWriter writer;
     ASSERT_TRUE(writer.open(path));
-    writer.write(Time{500'000}, Direction::from_remote, Bytes{9, 9, 0x55, 0xCC});
-    writer.write(Time{600'000}, Direction::to_remote, frame);
+    writer.write(Time{500'000}, formats::Direction::from_remote, Bytes{9, 9, 0x55, 0xCC});
+    writer.write(Time{600'000}, formats::Direction::to_remote, frame);
     // The first frame's header is cut in two.
-    writer.write(Time{700'000}, Direction::from_remote, std::span{frame}.subspan(2));
-    writer.write(Time{900'000}, Direction::from_remote, frame);
+    writer.write(Time{700'000}, formats::Direction::from_remote, std::span{frame}.subspan(2));
+    writer.write(Time{900'000}, formats::Direction::from_remote, frame);
     writer.flush();
     ReplaySource source;
     ASSERT_TRUE(source.open(path, false, 10s));

@@ -1,5 +1,5 @@
 // The command socket on a clock of the test's own: presence to the millisecond, and datagrams of every size.
-#include "link/udp_endpoint.h"
+#include "io/udp_endpoint.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>

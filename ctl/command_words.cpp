@@ -1,0 +1,226 @@
+#include "ctl/command_words.h"
+
+#include <cjson/cJSON.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <sstream>
+
+#include "ctl/nearest_word.h"
+
+namespace ctl {
+namespace {
+
+using Words = std::vector<std::string>;
+
+constexpr std::size_t page_width = 100;
+
+Words split(std::string_view text) {
+    std::istringstream stream{std::string{text}};
+    Words words;
+    for (std::string word; stream >> word;) {
+        words.push_back(std::move(word));
+    }
+    return words;
+}
+
+std::string join(std::span<const std::string> words) {
+    std::string joined;
+    for (const std::string& word : words) {
+        joined += (joined.empty() ? "" : " ") + word;
+    }
+    return joined;
+}
+
+std::string plain_number(double number) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", number);
+    return text;
+}
+
+std::string with_arguments(const CommandRow& row) {
+    std::string text{row.words};
+    for (const Argument& argument : row.arguments) {
+        text += " " + std::string{argument.name};
+    }
+    return text;
+}
+
+// "unknown iso "450": did you mean "400"? Known: 100, 200, …"
+std::string unknown(const std::string& what, const std::string& said, std::vector<std::string_view> known) {
+    const std::string_view meant = nearest_word(said, known);
+    std::string text = said.empty() ? what + " is missing." : "unknown " + what + " \"" + said + "\"";
+    if (!said.empty()) {
+        text += meant.empty() ? "." : ": did you mean \"" + std::string{meant} + "\"?";
+    }
+    text += " Known:";
+    for (const std::string_view word : known) {
+        text += (word == known.front() ? " " : ", ") + std::string{word};
+    }
+    return text;
+}
+
+// The row that shares the most words with what was said, all of its own; null when there is none.
+const CommandRow* find_row(const Words& said, std::size_t& matched) {
+    const CommandRow* best = nullptr;
+    matched = 0;
+    for (const CommandRow& row : command_rows()) {
+        const Words words = split(row.words);
+        if (words.size() > matched && words.size() <= said.size() &&
+            std::equal(words.begin(), words.end(), said.begin())) {
+            best = &row;
+            matched = words.size();
+        }
+    }
+    return best;
+}
+
+// Nothing matches: the first or the second word is wrong.
+std::string explain_unknown_words(const Words& said) {
+    std::vector<std::string_view> first_words;
+    std::vector<std::string_view> second_words;
+    for (const CommandRow& row : command_rows()) {
+        const std::string_view first = row.words.substr(0, row.words.find(' '));
+        if (first_words.empty() || first_words.back() != first) {
+            first_words.push_back(first);
+        }
+        if (!said.empty() && first == said.front() && row.words.size() > first.size()) {
+            second_words.push_back(row.words.substr(first.size() + 1));
+        }
+    }
+    if (second_words.empty()) {
+        return unknown("command", said.empty() ? "" : said.front(), first_words);
+    }
+    return unknown(said.front() + " word", said.size() > 1 ? said[1] : "", second_words);
+}
+
+// The choice that was said, also as another writing of the same number.
+const Choice* find_choice(const Argument& argument, const std::string& said) {
+    const auto number = number_of(said);
+    for (const Choice& choice : argument.choices) {
+        if (choice.word == said || (number && number_of(choice.word) == number)) {
+            return &choice;
+        }
+    }
+    return nullptr;
+}
+
+std::string explain_unknown_choice(const CommandRow& row, const Argument& argument, const std::string& said) {
+    std::vector<std::string_view> known;
+    for (const Choice& choice : argument.choices) {
+        known.push_back(choice.word);
+    }
+    const std::string prefix = std::string{row.words} + " ";
+    for (const CommandRow& other : command_rows()) {
+        if (other.words.starts_with(prefix)) {
+            known.push_back(other.words.substr(prefix.size()));
+        }
+    }
+    return unknown(std::string{row.words} + " " + std::string{argument.name}, said, known);
+}
+
+std::string check_number(const CommandRow& row, const Argument& argument, const std::string& said) {
+    const auto number = number_of(said);
+    const bool plain = said.find_first_of("/\"+") == std::string::npos;
+    if (number && plain && *number >= argument.least && *number <= argument.most &&
+        (!argument.whole || said.find_first_not_of("0123456789") == std::string::npos)) {
+        return {};
+    }
+    return std::string{row.words} + " " + std::string{argument.name} + " is " +
+           (argument.whole ? "a whole number" : "a number") + " from " + plain_number(argument.least) +
+           " to " + plain_number(argument.most) + (said.empty() ? "" : ", not \"" + said + "\"");
+}
+
+std::string check_arguments(Command& command, std::span<const std::string> said) {
+    const CommandRow& row = *command.row;
+    if (row.arguments.size() == 1 && !row.arguments.front().choices.empty()) {
+        // A choice may be of several words.
+        const Argument& argument = row.arguments.front();
+        const std::string text = join(said);
+        const Choice* choice = find_choice(argument, text);
+        if (choice == nullptr) {
+            return explain_unknown_choice(row, argument, text);
+        }
+        command.arguments.emplace_back(choice->word);
+        command.reported.emplace_back(choice->reported);
+        return {};
+    }
+    for (std::size_t i = 0; i < row.arguments.size(); ++i) {
+        const std::string text = i < said.size() ? said[i] : "";
+        if (std::string problem = check_number(row, row.arguments[i], text); !problem.empty()) {
+            return problem;
+        }
+        command.arguments.push_back(text);
+    }
+    if (said.size() > row.arguments.size()) {
+        return "\"" + said[row.arguments.size()] + "\" is too much: the command is \"" + with_arguments(row) +
+               "\"";
+    }
+    return {};
+}
+
+std::string to_json(const Command& command) {
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> object{cJSON_CreateObject(), cJSON_Delete};
+    for (const auto& [name, value] : command.row->members) {
+        cJSON_AddStringToObject(object.get(), name, value);
+    }
+    for (std::size_t i = 0; i < command.arguments.size(); ++i) {
+        cJSON_AddStringToObject(object.get(), std::string{command.row->arguments[i].member}.c_str(),
+                                command.arguments[i].c_str());
+    }
+    const std::unique_ptr<char, decltype(&cJSON_free)> text{cJSON_PrintUnformatted(object.get()), cJSON_free};
+    return text ? text.get() : "";
+}
+
+}  // namespace
+
+ParsedCommand parse_command(std::string_view words) {
+    const Words said = split(words);
+    std::size_t matched = 0;
+    Command command{find_row(said, matched), {}, {}, {}, {}};
+    if (command.row == nullptr) {
+        return {command, explain_unknown_words(said)};
+    }
+    if (std::string problem = check_arguments(command, std::span{said}.subspan(matched)); !problem.empty()) {
+        return {command, problem};
+    }
+    command.words = std::string{command.row->words};
+    for (const std::string& argument : command.arguments) {
+        command.words += " " + argument;
+    }
+    command.json = to_json(command);
+    return {command, {}};
+}
+
+std::string command_overview() {
+    std::string text;
+    for (const CommandRow& row : command_rows()) {
+        std::string line = "  " + with_arguments(row);
+        line.resize(std::max<std::size_t>(line.size() + 2, 32), ' ');
+        text += line + std::string{row.summary} + "\n";
+        for (const Argument& argument : row.arguments) {
+            if (argument.choices.empty()) {
+                text += "      " + std::string{argument.name} + ": " + plain_number(argument.least) + " to " +
+                        plain_number(argument.most) + "\n";
+                continue;
+            }
+            line = "      " + std::string{argument.name} + ":";
+            for (const Choice& choice : argument.choices) {
+                const std::string item =
+                    " " + std::string{choice.word} + (&choice == &argument.choices.back() ? "" : ",");
+                if (line.size() + item.size() > page_width) {
+                    text += line + "\n";
+                    line = "       ";
+                }
+                line += item;
+            }
+            text += line + "\n";
+        }
+    }
+    return text;
+}
+
+}  // namespace ctl

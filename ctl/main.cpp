@@ -1,0 +1,131 @@
+// ardenvue-ctl: sees and uses a running service, as a main application does.
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <exception>
+
+#include "ctl/command_words.h"
+#include "ctl/exit_codes.h"
+#include "ctl/stop_signal.h"
+#include "ctl/subcommands.h"
+
+namespace {
+
+using namespace ctl;
+
+void add_monitor(CLI::App& app, const BoardOptions& board, MonitorOptions& options, int& code) {
+    CLI::App* monitor =
+        app.add_subcommand("monitor", "Show everything, live; q quits. Without a terminal: a line a second");
+    monitor->add_flag("--lines", options.lines, "print lines on a terminal too");
+    monitor->add_option("--seconds", options.seconds, "end after this time")->check(CLI::PositiveNumber);
+    monitor
+        ->add_option("--play", options.play,
+                     "a script of commands, one a line, and of \"wait SECONDS\"; ends after it")
+        ->check(CLI::ExistingFile);
+    monitor->add_option("--report", options.report, "write what was played and seen into this file, as JSON");
+    monitor
+        ->add_option("--wait", options.wait, "seconds in which the state must show a command of the script")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    monitor->callback([&] { code = run_monitor(board, options); });
+}
+
+void add_status(CLI::App& app, const BoardOptions& board, StatusOptions& options, int& code) {
+    CLI::App* status = app.add_subcommand("status", "Print the next status line as a table");
+    status->add_flag("--json", options.json, "as a JSON object instead");
+    status->add_flag("--watch", options.watch, "go on, one a second");
+    status->add_option("--timeout", options.timeout, "seconds to wait for a line")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    status->callback([&] { code = run_status(board, options); });
+}
+
+void add_send(CLI::App& app, const BoardOptions& board, SendOptions& options, int& code) {
+    CLI::App* send = app.add_subcommand("send", "Send a command by its words: send iso 400");
+    auto* words = send->add_option("words", options.words, "the command");
+    auto* raw = send->add_option("--raw", options.raw, "send this JSON object as it is")->excludes(words);
+    auto* wait = send->add_flag("--wait{10}", options.wait,
+                                "wait until the camera's state shows it, at most 10 seconds, "
+                                "or --wait=SECONDS")
+                     ->excludes(raw);
+    send->add_option("--to", options.to,
+                     "HOST:PORT of the command port, when it is known and another process holds "
+                     "the status port")
+        ->excludes(wait);
+    send->add_option("--timeout", options.timeout,
+                     "seconds to wait for a status line, which tells the command port")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    send->footer("Commands:\n" + command_overview() + "\n" + exit_code_help);
+    send->callback([&, words, raw] {
+        if (words->empty() && raw->empty()) {
+            throw CLI::RequiredError("a command, or --raw");
+        }
+        code = run_send(board, options);
+    });
+}
+
+void add_video(CLI::App& app, const BoardOptions& board, VideoOptions& options, int& code) {
+    CLI::App* video =
+        app.add_subcommand("video", "Write the live video as an H.264 byte stream: video | ffplay -");
+    video->add_option("-o,--output", options.output, "file, or - for the standard output")
+        ->capture_default_str();
+    video->add_option("--frames", options.frames, "end after so many frames of the ring");
+    video->add_option("--seconds", options.seconds, "end after this time")->check(CLI::PositiveNumber);
+    video->callback([&] { code = run_video(board, options); });
+}
+
+void add_relay(CLI::App& app, const BoardOptions& board, CaptureOptions& capture_options,
+               InjectOptions& inject_options, int& code) {
+    CLI::App* capture = app.add_subcommand("capture", "Record the raw stream into a file, with its times");
+    capture->add_option("file", capture_options.file, "file to write")->required();
+    capture->add_option("--seconds", capture_options.seconds, "end after this time")
+        ->check(CLI::PositiveNumber);
+    capture->add_option("--timeout", capture_options.timeout, "seconds to wait for the first bytes")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    capture->callback([&] { code = run_capture(board, capture_options); });
+
+    CLI::App* inject = app.add_subcommand(
+        "inject", "Send a file's bytes to the remote controller; a capture with its times");
+    inject->add_option("file", inject_options.file, "file to read")->required()->check(CLI::ExistingFile);
+    inject->add_option("--timeout", inject_options.timeout, "seconds to wait until the link streams")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    inject->callback([&] { code = run_inject(board, inject_options); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+    BoardOptions board;
+    MonitorOptions monitor;
+    StatusOptions status;
+    SendOptions send;
+    VideoOptions video;
+    CaptureOptions capture;
+    InjectOptions inject;
+    int code = done;
+
+    CLI::App app{"Sees and uses a running ardenvue service, as a main application does."};
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.footer(exit_code_help);
+    add_board_options(app, board);
+    add_monitor(app, board, monitor, code);
+    add_status(app, board, status, code);
+    add_send(app, board, send, code);
+    add_video(app, board, video, code);
+    add_relay(app, board, capture, inject, code);
+    catch_stop_signals();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? done : bad_usage;
+    }
+    return code;
+} catch (const std::exception& failure) {
+    std::fprintf(stderr, "ardenvue-ctl: %s\n", failure.what());
+    return unusable;
+}

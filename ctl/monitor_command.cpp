@@ -1,0 +1,189 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "ctl/exit_codes.h"
+#include "ctl/monitor_screen.h"
+#include "ctl/monitor_state.h"
+#include "ctl/play_report.h"
+#include "ctl/script_player.h"
+#include "ctl/seconds.h"
+#include "ctl/service_link.h"
+#include "ctl/stop_signal.h"
+#include "ctl/subcommands.h"
+#include "ctl/video_feed.h"
+
+namespace ctl {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto pass_interval = 20ms;
+constexpr auto redraw_interval = 200ms;
+constexpr auto line_interval = 1s;
+// The service takes a main application for lost after a second without a datagram from it.
+constexpr auto presence_interval = 500ms;
+// Rates are taken over this time.
+constexpr auto rate_interval = 1s;
+
+// True once per interval.
+class Every {
+  public:
+    explicit Every(Clock::duration interval) : interval_{interval}, next_{Clock::now() + interval} {}
+    bool due() {
+        const auto now = Clock::now();
+        if (now < next_) {
+            return false;
+        }
+        next_ = std::max(next_ + interval_, now);
+        return true;
+    }
+
+  private:
+    Clock::duration interval_;
+    Clock::time_point next_;
+};
+
+struct Rates {
+    RingTotals then;
+    Clock::time_point time = Clock::now();
+
+    void update(MonitorState& state) {
+        const auto now = Clock::now();
+        const double passed = in_seconds(now - time);
+        state.frames_per_second = static_cast<double>(state.ring.frames - then.frames) / passed;
+        state.bits_per_second = static_cast<double>(state.ring.bytes - then.bytes) * 8 / passed;
+        then = state.ring;
+        time = now;
+    }
+};
+
+bool has_terminal() {
+    const char* terminal = std::getenv("TERM");
+    return isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1 && terminal != nullptr &&
+           std::strcmp(terminal, "dumb") != 0;
+}
+
+void print_line(const std::string& text) {
+    std::puts(text.c_str());
+    std::fflush(stdout);
+}
+
+// Shows the state from time to time, on a screen or as lines.
+class Display {
+  public:
+    explicit Display(bool on_a_screen) {
+        if (on_a_screen) {
+            screen_.emplace();
+        }
+    }
+
+    // False once the user wants to leave.
+    bool show(const MonitorState& state) {
+        if (screen_ && redraw_.due()) {
+            screen_->draw(state);
+        } else if (!screen_ && line_.due()) {
+            print_line(summary_line(state));
+        }
+        return !screen_ || !screen_->quit_requested();
+    }
+
+    // The screen shows the script's commands anyway.
+    void show_played(const PlayedCommand& played) const {
+        if (!screen_) {
+            print_line(played_text(played));
+        }
+    }
+
+  private:
+    std::optional<MonitorScreen> screen_;
+    Every redraw_{redraw_interval};
+    Every line_{line_interval};
+};
+
+void update(MonitorState& state, const ServiceLink& link, const VideoFeed& video) {
+    state.link_up = link.up();
+    state.service = link.knows_service() ? link.service_name() : "";
+    state.ring = video.totals();
+    state.ring_problem = video.open() ? "" : video.problem();
+}
+
+// Listens, reads the ring and plays the script until something ends it: the time, the script, the user, a
+// signal.
+void watch(const MonitorOptions& options, ServiceLink& link, VideoFeed& video, ScriptPlayer& player,
+           MonitorState& state) {
+    Display display{!options.lines && has_terminal()};
+    Every presence{presence_interval};
+    Every rate{rate_interval};
+    Rates rates;
+    const auto start = Clock::now();
+    while (!stop_requested() && (options.seconds <= 0 || Clock::now() < start + seconds(options.seconds))) {
+        link.wait(state.view, Clock::now() + pass_interval);
+        link.drain(state.view);
+        video.poll();
+        state.running_seconds = in_seconds(Clock::now() - start);
+        update(state, link, video);
+        if (rate.due()) {
+            rates.update(state);
+            state.picture_size = video.picture_size();
+        }
+        if (presence.due()) {
+            link.send_command("{}");
+        }
+        if (state.player != nullptr && player.step(link, state.view)) {
+            display.show_played(player.played().back());
+        }
+        const bool script_is_all = state.player != nullptr && options.seconds <= 0;
+        if (!display.show(state) || (script_is_all && player.finished())) {
+            break;
+        }
+    }
+    state.picture_size = video.picture_size();
+}
+
+int script_code(const ScriptPlayer& player) {
+    bool all = player.played().size() == player.command_count();
+    for (const PlayedCommand& played : player.played()) {
+        all = all && (played.outcome == Outcome::confirmed || played.outcome == Outcome::not_reported);
+    }
+    return all ? done : not_confirmed;
+}
+
+}  // namespace
+
+int run_monitor(const BoardOptions& board, const MonitorOptions& options) {
+    ScriptPlayer player;
+    if (!options.play.empty()) {
+        if (const std::string problem = player.load(options.play); !problem.empty()) {
+            std::fprintf(stderr, "ardenvue-ctl: %s\n", problem.c_str());
+            return bad_usage;
+        }
+        player.set_patience(seconds(options.wait));
+    }
+    ServiceLink link;
+    if (const int code = link.open(board.address, board.status_port); code != done) {
+        std::fprintf(stderr, "ardenvue-ctl: %s\n", link.problem().c_str());
+        return code;
+    }
+    VideoFeed video{board.ring_name, board.run_dir};
+    MonitorState state;
+    state.player = options.play.empty() ? nullptr : &player;
+    const auto start = Clock::now();
+    watch(options, link, video, player, state);
+    if (!options.report.empty() && !write_report(options.report, state, link, video, start)) {
+        std::fprintf(stderr, "ardenvue-ctl: can't write %s: %s\n", options.report.c_str(),
+                     std::strerror(errno));
+        return unusable;
+    }
+    if (state.player != nullptr) {
+        return script_code(player);
+    }
+    return link.totals().lines > 0 ? done : silent;
+}
+
+}  // namespace ctl

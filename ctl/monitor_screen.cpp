@@ -1,0 +1,195 @@
+#include "ctl/monitor_screen.h"
+
+#include <ncurses.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace ctl {
+namespace {
+
+// Everything fits into 80 columns and 24 rows; what is taller has a taller histogram and more of the script.
+constexpr int label_width = 16;
+constexpr int column_width = 39;
+constexpr int blocks_height = 15;
+constexpr int least_script_height = 4;
+constexpr int least_histogram_height = 2;
+constexpr int most_histogram_height = 8;
+
+void put(int row, int column, const std::string& text) {
+    mvaddnstr(row, column, text.c_str(), std::max(0, COLS - column));
+}
+
+void put_title(int row, int column, const std::string& text) {
+    attron(A_BOLD);
+    put(row, column, text);
+    attroff(A_BOLD);
+}
+
+struct Field {
+    std::string label;
+    std::string text;
+};
+
+// Draws at the row and goes on to the one after it.
+void put_block(int& row, int column, const char* title, const std::vector<Field>& fields) {
+    put_title(row++, column, title);
+    for (const Field& field : fields) {
+        put(row, column + 1, field.label);
+        put(row++, column + label_width, field.text.substr(0, column_width - label_width - 1));
+    }
+}
+
+std::string text(const StatusLine& line, std::string_view key) {
+    return std::string{line.value(key)};
+}
+
+std::string decimal(double value, int digits) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f", digits, value);
+    return text;
+}
+
+std::vector<Field> video_fields(const MonitorState& state) {
+    if (!state.ring_problem.empty()) {
+        return {{"ring", state.ring_problem}, {}, {}};
+    }
+    return {{"picture", state.picture_size},
+            {"rate", decimal(state.frames_per_second, 1) + "/s, " + bit_rate_text(state.bits_per_second)},
+            {"frames", std::to_string(state.ring.frames) + ", missed " + std::to_string(state.ring.missed)}};
+}
+
+std::vector<Field> camera_fields(const StatusLine& line, const GimbalFocus& record) {
+    return {{"model", text(line, "camera_model")},
+            {"mode", text(line, "camera_mode")},
+            {"recording", record.recording ? "yes, " + text(line, "rec_time") : "no"},
+            {"time left", text(line, "rec_time_left")},
+            {"card", text(line, "sd") + ", " + text(line, "shots_left") + " photos"},
+            {"recordings", text(line, "format")},
+            {"photos", text(line, "shot_mode") + " " + text(line, "ratio")},
+            {"standard", text(line, "video_std") + ", " + text(line, "antiflicker")}};
+}
+
+std::vector<Field> exposure_fields(const StatusLine& line) {
+    return {{"program", text(line, "image_mode")},
+            {"iso", text(line, "iso") + ", set " + text(line, "iso_set")},
+            {"shutter", text(line, "shutter") + ", set " + text(line, "shutter_set")},
+            {"aperture", "f/" + text(line, "aperture")},
+            {"ev", text(line, "ev")},
+            {"white balance", text(line, "wb") + ", " + text(line, "wb_temp") + " K"},
+            {"colour", text(line, "color_mode")}};
+}
+
+std::vector<Field> aircraft_fields(const StatusLine& line, const GimbalFocus& record) {
+    std::string angles;
+    for (const std::int16_t angle : record.attitude) {
+        angles += std::to_string(angle) + " ";
+    }
+    const std::string type{record.focus_mode_text()};
+    return {{"battery", text(line, "battery_level") + "%, temperature " + text(line, "battery_temp")},
+            {"voltage", text(line, "voltage")},
+            {"gimbal", angles + (record.orientation_lock ? "locked" : "")},
+            {"focus", record.focus_valid ? type + " at " + decimal(record.focus_point_x, 3) + ", " +
+                                               decimal(record.focus_point_y, 3)
+                                         : ""},
+            {"focus position", record.focus_valid ? std::to_string(record.focus_position) + " of " +
+                                                        std::to_string(record.focus_max)
+                                                  : ""}};
+}
+
+void draw_histogram(int row, int height, const MonitorState& state) {
+    const bool valid = state.view.histogram && state.view.line && state.view.line->value("histogram") == "1";
+    put_title(row++, 1, valid ? "histogram" : "histogram: off");
+    if (!valid) {
+        return;
+    }
+    const auto& bins = state.view.histogram->bins;
+    const int highest = std::max<int>(1, *std::max_element(bins.begin(), bins.end()));
+    for (int level = height; level > 0; --level, ++row) {
+        for (std::size_t i = 0; i < bins.size(); ++i) {
+            // Every bin that is not empty shows at the bottom.
+            const int bar = (bins[i] * height + highest - 1) / highest;
+            const int column = 1 + static_cast<int>(i);
+            if (bar >= level && column < COLS) {
+                mvaddch(row, column, ' ' | A_REVERSE);
+            }
+        }
+    }
+}
+
+// The newest commands, as many as there is room for.
+void draw_script(int row, int height, const ScriptPlayer& player) {
+    const auto& played = player.played();
+    put_title(row, 1,
+              "script: " + std::to_string(played.size()) + " of " + std::to_string(player.command_count()) +
+                  " commands");
+    const std::size_t shown = std::min(played.size(), static_cast<std::size_t>(std::max(0, height - 1)));
+    for (std::size_t i = played.size() - shown; i < played.size(); ++i) {
+        put(++row, 2, played_text(played[i]));
+    }
+}
+
+void draw_title_line(const MonitorState& state) {
+    std::string text = " link " + std::string{state.link_up ? "up" : "down"} + "   " +
+                       (state.service.empty() ? "no service heard yet" : "service at " + state.service) +
+                       "   " + decimal(state.running_seconds, 0) + " s";
+    text.resize(static_cast<std::size_t>(std::max(0, COLS)), ' ');
+    attron(A_REVERSE);
+    put(0, 0, text);
+    put(0, std::max(0, COLS - 8), "q: quit ");
+    attroff(A_REVERSE);
+}
+
+}  // namespace
+
+MonitorScreen::MonitorScreen() {
+    initscr();
+    cbreak();
+    noecho();
+    keypad(stdscr, TRUE);
+    nodelay(stdscr, TRUE);
+    curs_set(0);
+}
+
+MonitorScreen::~MonitorScreen() {
+    endwin();
+}
+
+void MonitorScreen::draw(const MonitorState& state) {
+    const StatusLine line = state.view.line.value_or(StatusLine{});
+    const GimbalFocus record = state.view.gimbal_focus.value_or(GimbalFocus{});
+    erase();
+    draw_title_line(state);
+    int left = 1;
+    put_block(left, 1, "video", video_fields(state));
+    put_block(left, 1, "camera", camera_fields(line, record));
+    int right = 1;
+    put_block(right, 1 + column_width, "exposure", exposure_fields(line));
+    put_block(right, 1 + column_width, "aircraft", aircraft_fields(line, record));
+    const int room = LINES - blocks_height;
+    const int script_height =
+        state.player == nullptr ? 0 : std::max(least_script_height, room - most_histogram_height - 2);
+    const int histogram_height =
+        std::clamp(room - script_height - 2, least_histogram_height, most_histogram_height);
+    draw_histogram(blocks_height, histogram_height, state);
+    if (state.player != nullptr) {
+        draw_script(blocks_height + histogram_height + 1, script_height, *state.player);
+    }
+    refresh();
+}
+
+bool MonitorScreen::quit_requested() {
+    bool quit = false;
+    for (int key = getch(); key != ERR; key = getch()) {
+        quit = quit || key == 'q' || key == 'Q';
+        if (key == KEY_RESIZE) {
+            // Terminals move what was drawn about in ways of their own.
+            clearok(curscr, TRUE);
+        }
+    }
+    return quit;
+}
+
+}  // namespace ctl

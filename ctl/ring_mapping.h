@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "ardenvue.h"
+
+namespace ctl {
+
+struct RingUnmap {
+    void operator()(const ardenvue::FrameRing* ring) const;
+};
+
+// The ring of a running service (or what the last one left), mapped for reading alone.
+struct RingMapping {
+    std::unique_ptr<const ardenvue::FrameRing, RingUnmap> ring;
+    std::string problem;  // why there is none
+};
+
+// Maps the shared-memory object of that name. An object of another size is refused: it is no frame ring, and
+// reading past its end would be a bus error.
+RingMapping map_ring(const std::string& name);
+
+}  // namespace ctl

@@ -1,0 +1,56 @@
+// The subcommands: options filled in by the command line, and the run of each, which returns an exit code.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ctl/board_options.h"
+
+namespace ctl {
+
+struct StatusOptions {
+    bool json = false;
+    bool watch = false;
+    double timeout = 5;  // seconds until the first line
+};
+int run_status(const BoardOptions& board, const StatusOptions& options);
+
+struct SendOptions {
+    std::vector<std::string> words;
+    std::string raw;
+    std::string to;      // "HOST:PORT" of the command port, when it is known already
+    double wait = 0;     // seconds until the state must show it; 0: don't wait
+    double timeout = 5;  // seconds until the first status line
+};
+int run_send(const BoardOptions& board, const SendOptions& options);
+
+struct VideoOptions {
+    std::string output = "-";
+    std::uint64_t frames = 0;  // 0: no limit
+    double seconds = 0;        // 0: no limit
+};
+int run_video(const BoardOptions& board, const VideoOptions& options);
+
+struct CaptureOptions {
+    std::string file;
+    double seconds = 0;  // 0: until stopped
+    double timeout = 5;  // seconds until the first bytes
+};
+int run_capture(const BoardOptions& board, const CaptureOptions& options);
+
+struct InjectOptions {
+    std::string file;
+    double timeout = 5;  // seconds until the link streams
+};
+int run_inject(const BoardOptions& board, const InjectOptions& options);
+
+struct MonitorOptions {
+    bool lines = false;
+    double seconds = 0;  // 0: until stopped, or until the script is done
+    std::string play;
+    std::string report;
+    double wait = 10;  // seconds until the state must show a command of the script
+};
+int run_monitor(const BoardOptions& board, const MonitorOptions& options);
+
+}  // namespace ctl

@@ -1,0 +1,86 @@
+// The process entry: brings everything up in a fixed order, then supervises. Every way out is an exit with a
+// code.
+#include <cstdio>
+
+#include "ardenvue.h"
+#include "commands/mainapp_link.h"
+#include "platform/clock.h"
+#include "platform/process_end.h"
+#include "startup/board.h"
+#include "startup/options.h"
+#include "startup/supervision.h"
+#include "state/telemetry.h"
+#include "usb/gadget.h"
+#include "usb/tcp_relay.h"
+#include "video/frame_buffers.h"
+
+namespace {
+constexpr int exit_start_failed = 1;
+constexpr int exit_no_frame_buffers = 2;
+constexpr std::uint32_t settling_ms = 1000;
+
+void check_command_line(int argc, char* argv[]) {
+    if (parse_options(argc, argv) != 0) {
+        end_process(exit_start_failed);
+    }
+    if (options().dst_port == 0) {
+        std::fputs("Destination host or port not set\n", stderr);
+        end_process(exit_start_failed);
+    }
+}
+
+void start_frame_buffers() {
+    std::fputs("Init telemetry buffer\n", stderr);
+    if (init_frame_buffers() != 0) {
+        std::fputs("Failed to init telemetry buffer\n", stderr);
+        end_process(exit_no_frame_buffers);
+    }
+}
+
+void start_mainapp_link() {
+    const Options& settings = options();
+    const bool is_verbose = settings.verbose != 0;
+    if (is_verbose) {
+        std::fprintf(stderr, "Init connection to main application %s:%d\n", settings.dst_host,
+                     settings.dst_port);
+    }
+    const bool has_failed =
+        mainapp_link_start(settings.dst_host, static_cast<std::uint16_t>(settings.dst_port)) != 0;
+    if (is_verbose) {
+        std::fputs(has_failed ? "Failed\n" : "Done\n", stderr);
+    }
+    if (has_failed) {
+        end_process(exit_start_failed);
+    }
+}
+
+void start_usb_link() {
+    if (gadget_init() != 0) {
+        end_process(exit_start_failed);
+    }
+}
+
+void start_relay() {
+    tcp_set_receive_handler(relay_to_usb);
+    if (tcp_server_start(ardenvue::relay_port) != 0) {
+        std::fputs("Failed to start TCP server\n", stderr);
+        end_process(exit_start_failed);
+    }
+}
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    std::fputs("\nDJI Phantom 4 USB client\n", stderr);
+    if (!check_board()) {
+        end_process(exit_start_failed);
+    }
+    check_command_line(argc, argv);
+    sleep_ms(settling_ms);
+    init_bcm_host();
+    clear_telemetry_state();
+    start_frame_buffers();
+    start_mainapp_link();
+    start_usb_link();
+    start_relay();
+    supervise();
+}

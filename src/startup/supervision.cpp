@@ -1,0 +1,38 @@
+#include "startup/supervision.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "io/usb_link.h"
+#include "platform/clock.h"
+#include "platform/process_end.h"
+#include "startup/companion.h"
+
+namespace {
+constexpr int exit_camera_silent = 2;
+constexpr std::uint32_t period_ms = 1000;
+constexpr std::uint32_t companion_passes = 5;
+
+void check_camera() {
+    const auto silence_ms = static_cast<std::int32_t>(now_ms() - usb_last_activity_ms());
+    const WatchdogVerdict verdict = watchdog_verdict(silence_ms);
+    if (verdict.is_late) {
+        std::fprintf(stderr, "delta %d\n", silence_ms);
+    }
+    if (verdict.is_expired) {
+        claim_process_end();
+        std::fputs("Camera connection timeout\n", stderr);
+        std::exit(exit_camera_silent);
+    }
+}
+}  // namespace
+
+void supervise() {
+    for (std::uint32_t pass = 0;; ++pass) {
+        check_camera();
+        if (pass % companion_passes == 0 && usb_streaming()) {
+            keep_companion_running();
+        }
+        sleep_ms(period_ms);
+    }
+}
