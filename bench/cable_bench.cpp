@@ -2,7 +2,6 @@
 // processor seconds of the service per gigabyte. Beside it a bare program that reads the same endpoint 512
 // bytes at a time and throws them away, which is what the cable itself costs. Both once more with a client at
 // the relay's port; the bare program (bare_reader.cpp) then copies each read to it.
-#include <benchmark/benchmark.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,6 +10,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "sim/board/board.h"
 #include "sim/board/loopback.h"

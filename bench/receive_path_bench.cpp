@@ -1,7 +1,6 @@
 // What the reader thread does with each byte, beside the least that could be done: a plain copy of the video,
 // a plain checksum over the packets. Both sides of a ratio are taken in turns within one run, on the
 // machine's own shared memory names: it refuses to run where they are in use, and removes what it made.
-#include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -13,6 +12,8 @@
 #include <ctime>
 #include <random>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "ardenvue.h"
 #include "io/usb_link.h"

@@ -1,9 +1,9 @@
 #include "ctl/board_options.h"
 
-#include <CLI/CLI.hpp>
-
 #include <charconv>
 #include <fstream>
+
+#include <CLI/CLI.hpp>
 
 #include "ardenvue.h"
 

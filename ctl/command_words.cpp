@@ -1,13 +1,13 @@
 #include "ctl/command_words.h"
 
-#include <cjson/cJSON.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <sstream>
+
+#include <cjson/cJSON.h>
 
 #include "ctl/nearest_word.h"
 

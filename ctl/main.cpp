@@ -1,9 +1,9 @@
 // ardenvue-ctl: sees and uses a running service, as a main application does.
 
-#include <CLI/CLI.hpp>
-
 #include <cstdio>
 #include <exception>
+
+#include <CLI/CLI.hpp>
 
 #include "ctl/command_words.h"
 #include "ctl/exit_codes.h"

@@ -1,11 +1,11 @@
 #include "ctl/monitor_screen.h"
 
-#include <ncurses.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <string>
 #include <vector>
+
+#include <ncurses.h>
 
 namespace ctl {
 namespace {

@@ -1,12 +1,12 @@
 #include "ctl/play_report.h"
 
-#include <cjson/cJSON.h>
-
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <fstream>
 #include <memory>
+
+#include <cjson/cJSON.h>
 
 #include "ctl/seconds.h"
 

@@ -1,9 +1,9 @@
-#include <cjson/cJSON.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+
+#include <cjson/cJSON.h>
 
 #include "ctl/command_words.h"
 #include "ctl/exit_codes.h"

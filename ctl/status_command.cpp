@@ -1,9 +1,9 @@
-#include <cjson/cJSON.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <optional>
+
+#include <cjson/cJSON.h>
 
 #include "ctl/exit_codes.h"
 #include "ctl/nearest_word.h"

@@ -1,8 +1,9 @@
 // ardenvue-sim, the remote controller for desks and tests.
-#include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+
+#include <CLI/CLI.hpp>
 
 #include "sim/run_command.h"
 

@@ -1,8 +1,9 @@
 #include "sim/aircraft/camera.h"
-#include "formats/hex.h"
 
 #include <cstdio>
 #include <utility>
+
+#include "formats/hex.h"
 
 namespace sim {
 

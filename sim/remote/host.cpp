@@ -1,9 +1,9 @@
 #include "sim/remote/host.h"
 
-#include "formats/hex.h"
-
 #include <cstdio>
 #include <string_view>
+
+#include "formats/hex.h"
 
 namespace sim {
 namespace {

@@ -1,12 +1,12 @@
 #include "commands/dispatcher.h"
 
-#include <cjson/cJSON.h>
-
 #include <cstdlib>
 #include <initializer_list>
 #include <iterator>
 #include <memory>
 #include <string_view>
+
+#include <cjson/cJSON.h>
 
 #include "commands/camera_capture.h"
 #include "commands/camera_exposure.h"

@@ -1,6 +1,7 @@
 #include "platform/clock.h"
 
 #include <unistd.h>
+
 #include <ctime>
 
 std::uint32_t now_ms() {

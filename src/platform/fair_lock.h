@@ -1,6 +1,7 @@
 #pragma once
 
 #include <pthread.h>
+
 #include <cstdint>
 
 // A lock that is given in the order in which it was asked for. With an ordinary mutex a thread that takes the

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <unistd.h>
+
 #include <atomic>
 #include <cstdlib>
 

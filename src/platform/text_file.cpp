@@ -1,6 +1,7 @@
 #include "platform/text_file.h"
 
 #include <fcntl.h>
+
 #include <cstring>
 
 #include "platform/file_descriptor.h"

@@ -1,10 +1,12 @@
 #include "startup/board.h"
 
-#include <bcm_host.h>
 #include <fcntl.h>
 #include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
+
+#include <bcm_host.h>
 
 #include "ardenvue.h"
 #include "platform/file_descriptor.h"

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <getopt.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <pthread.h>
+
 #include <cassert>
 #include <cstdio>
 #include <cstdlib>

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
+
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>

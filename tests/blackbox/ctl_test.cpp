@@ -1,6 +1,4 @@
 // ardenvue-ctl against the service on a simulated board, with a camera that answers.
-#include <cjson/cJSON.h>
-#include <gmock/gmock.h>
 #include <pty.h>
 #include <sys/wait.h>
 
@@ -9,6 +7,9 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+
+#include <cjson/cJSON.h>
+#include <gmock/gmock.h>
 
 #include "ardenvue.h"
 #include "ctl/command_words.h"

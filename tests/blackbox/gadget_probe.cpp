@@ -2,6 +2,7 @@
 // each suspend event, tries transfers. Arguments: the debug level, and "high", "full" (no high-speed list) or
 // "faulty" (a list that does not begin with a configuration).
 #include <poll.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>

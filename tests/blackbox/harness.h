@@ -15,9 +15,6 @@
 // sent before them, since the service handles a frame when one byte more has arrived.
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -31,6 +28,9 @@
 #include <string_view>
 #include <thread>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "sim/board/loopback.h"
 #include "sim/remote/host.h"

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <gmock/gmock.h>
-
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gmock/gmock.h>
 
 namespace blackbox {
 

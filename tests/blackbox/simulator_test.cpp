@@ -1,6 +1,4 @@
 // ardenvue-sim as it is shipped: exit codes, report and files that scripts rely on.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +9,9 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace {
 

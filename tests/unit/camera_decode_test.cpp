@@ -1,12 +1,12 @@
 #include "state/camera_decode.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <bit>
 #include <cstdio>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "platform/little_endian.h"
 #include "state/camera_state.h"

@@ -1,11 +1,11 @@
 #include "sim/aircraft/camera.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <optional>
 #include <sstream>
 #include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "formats/hex.h"
 #include "tests/hex.h"

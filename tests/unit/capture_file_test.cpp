@@ -1,11 +1,12 @@
 #include "formats/capture_file.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <fstream>
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,11 +1,11 @@
 #include "sim/remote/clip.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <iterator>
 #include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace {
 

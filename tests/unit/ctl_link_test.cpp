@@ -1,12 +1,12 @@
 // The client's socket on the status port: whom it listens to, and where it sends.
-#include "ctl/service_link.h"
-
-#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <string>
 
+#include <gmock/gmock.h>
+
 #include "ctl/exit_codes.h"
+#include "ctl/service_link.h"
 #include "sim/board/loopback.h"
 
 namespace {

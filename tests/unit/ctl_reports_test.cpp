@@ -1,11 +1,11 @@
 // What arrives on the status port, from the service and from anybody else.
-#include "ctl/reports.h"
-
-#include <gmock/gmock.h>
-
 #include <random>
 #include <string>
 #include <vector>
+
+#include <gmock/gmock.h>
+
+#include "ctl/reports.h"
 
 namespace {
 

@@ -1,8 +1,5 @@
 // The client's ring reader beside a writer that never waits.
-#include "ctl/ring_reader.h"
-
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/mman.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -16,7 +13,10 @@
 #include <thread>
 #include <vector>
 
+#include <gmock/gmock.h>
+
 #include "ctl/ring_mapping.h"
+#include "ctl/ring_reader.h"
 
 namespace {
 

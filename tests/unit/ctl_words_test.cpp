@@ -1,11 +1,10 @@
 // The client's words: what each command becomes, and what is said of words that are none.
-#include "ctl/command_words.h"
+#include <set>
 
 #include <gmock/gmock.h>
 
-#include <set>
-
 #include "ctl/command_shown.h"
+#include "ctl/command_words.h"
 
 namespace {
 

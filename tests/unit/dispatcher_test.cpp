@@ -2,11 +2,11 @@
 // commands are checked on the simulated board.
 #include "commands/dispatcher.h"
 
-#include <gmock/gmock.h>
-
 #include <span>
 #include <string>
 #include <vector>
+
+#include <gmock/gmock.h>
 
 #include "commands/camera_video.h"
 #include "io/usb_link.h"

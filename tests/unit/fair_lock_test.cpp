@@ -2,6 +2,7 @@
 
 #include <sched.h>
 #include <unistd.h>
+
 #include <atomic>
 #include <thread>
 #include <vector>

@@ -1,7 +1,6 @@
 // The frame ring over shared memory of the test's own: the definitions below take the place of the system's
 // calls and of the picture size's files.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -11,6 +10,8 @@
 #include <map>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "ardenvue.h"
 #include "video/frame_buffers.h"

@@ -1,7 +1,5 @@
 #include "include/h264parse.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <bitset>
 #include <fstream>
@@ -14,6 +12,8 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "tests/hex.h"
 

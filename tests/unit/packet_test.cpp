@@ -1,7 +1,5 @@
 #include "link/packet.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <numeric>
@@ -10,6 +8,8 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "link/crc.h"
 #include "link/packet_template.h"

@@ -1,7 +1,5 @@
 #include "sim/remote/player.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <condition_variable>
@@ -10,6 +8,9 @@
 #include <map>
 #include <mutex>
 #include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace {
 

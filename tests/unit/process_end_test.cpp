@@ -1,6 +1,7 @@
 #include "platform/process_end.h"
 
 #include <pthread.h>
+
 #include <cstdlib>
 
 #include "gtest/gtest.h"

@@ -1,8 +1,6 @@
 // What the main application is told, at the edges that no push from a camera reaches.
 #include "state/status.h"
 
-#include <gmock/gmock.h>
-
 #include <atomic>
 #include <cmath>
 #include <cstring>
@@ -10,6 +8,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <gmock/gmock.h>
 
 #include "platform/relaxed.h"
 #include "state/status_line.h"

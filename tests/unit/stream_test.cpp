@@ -2,14 +2,14 @@
 // definitions below take the place of the service's own.
 #include "link/stream.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <random>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "state/camera_decode.h"
 #include "video/frame_buffers.h"

@@ -2,7 +2,6 @@
 #include "io/udp_endpoint.h"
 
 #include <arpa/inet.h>
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 
 #include <condition_variable>
@@ -10,6 +9,8 @@
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include <gmock/gmock.h>
 
 #include "platform/clock.h"
 #include "platform/file_descriptor.h"

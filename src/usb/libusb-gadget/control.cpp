@@ -1,18 +1,18 @@
 // The control endpoint: the kernel's events, and the answers to the standard requests that it leaves to us. A
 // data stage is a write; a request without one is acknowledged by an empty read; an empty transfer against
 // the request's direction stalls it.
-#include "usb/libusb-gadget/usb-gadget.h"
-
 #include <endian.h>
 #include <linux/usb/gadgetfs.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "platform/file_descriptor.h"
 #include "usb/libusb-gadget/endpoint_files.h"
+#include "usb/libusb-gadget/usb-gadget.h"
 
 static_assert(sizeof(usb_gadgetfs_event) == 12);
 

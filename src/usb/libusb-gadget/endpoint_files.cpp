@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
+
 #include <algorithm>
 #include <cassert>
 #include <cerrno>

@@ -1,11 +1,10 @@
-#include "usb/libusb-gadget/usb-gadget.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <optional>
 
 #include "platform/little_endian.h"
+#include "usb/libusb-gadget/usb-gadget.h"
 
 namespace {
 // bLength is one byte and even: 2 + 2 x 126 = 254.

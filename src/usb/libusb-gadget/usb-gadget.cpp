@@ -2,6 +2,7 @@
 
 #include <endian.h>
 #include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
