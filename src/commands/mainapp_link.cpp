@@ -43,5 +43,5 @@ int mainapp_link_start(const char* host, std::uint16_t port) {
         return -1;
     }
     pthread_t thread{};
-    return start_thread(status_thread, thread) == 0 ? 0 : -1;
+    return start_thread(status_thread, thread, "status") == 0 ? 0 : -1;
 }

@@ -65,8 +65,7 @@ std::size_t receive_datagram() {
     const ssize_t received = recvfrom(endpoint.socket, endpoint.buffer, endpoint.buffer_capacity, 0,
                                       reinterpret_cast<sockaddr*>(&endpoint.source), &endpoint.source_length);
     if (received <= 0) {
-        std::fputs("UDP read failed\n", stderr);
-        end_process(3);
+        end_process(exit_link_failed, "UDP read failed\n");
     }
     const auto length = static_cast<std::size_t>(received);
     endpoint.buffer[length] = 0;
@@ -94,11 +93,6 @@ void* udp_reader(void*) {
 
 }  // namespace
 
-MainAppTarget& main_app_target() {
-    static MainAppTarget target{};
-    return target;
-}
-
 int udp_endpoint_open(std::uint16_t port, std::uint32_t timeout_ms, bool clear_before_read,
                       const UdpHandlers& handlers) {
     endpoint.timeout_ms = timeout_ms;
@@ -115,7 +109,7 @@ int udp_endpoint_open(std::uint16_t port, std::uint32_t timeout_ms, bool clear_b
         return -1;
     }
     endpoint.socket = opened.get();
-    if (start_thread(udp_reader, endpoint.reader) != 0) {
+    if (start_thread(udp_reader, endpoint.reader, "udp-reader") != 0) {
         endpoint.socket = -1;
         return -1;
     }

@@ -1,5 +1,6 @@
-// The sockets to the main application and the one-way local notices: sending, receiving, and who is present.
-// What the datagrams mean is not known here; commands/mainapp_link fills the handlers.
+// The sockets to the main application and of the one-way local notices: sending, receiving, and who is
+// present. What is sent, where to and what a datagram means is the callers' concern; commands/mainapp_link
+// fills the handlers.
 #pragma once
 
 #include <netinet/in.h>
@@ -10,19 +11,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-
-struct TelemetryState;
-
-// Where the status goes, whoever sends commands. Written before the threads that read it start.
-struct MainAppTarget {
-    const char*
-        host;  // IPv4 dotted text, a private copy (heap), never released: threads read it until the end
-    std::uint16_t port;
-    TelemetryState* telemetry;
-};
-
-// The one record of the process.
-MainAppTarget& main_app_target();
 
 constexpr std::size_t datagram_capacity = 10'000;  // a longer datagram is cut to this
 

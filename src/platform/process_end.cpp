@@ -4,25 +4,33 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 
 namespace {
-std::atomic_flag claimed = ATOMIC_FLAG_INIT;
-}
 
-void claim_process_end() {
+std::atomic_flag claimed = ATOMIC_FLAG_INIT;
+
+void claim() {
     if (claimed.test_and_set()) {
-        // The thread that is ending the process may wait for this one to be gone.
         pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
         for (;;) {
             pause();
         }
     }
-    // A reader that is ending the process must not be cancelled in the middle of exit().
+    // Who ends the process must not be cancelled in the middle of it.
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
 }
 
-void end_process(int code) {
-    claim_process_end();
+}  // namespace
+
+void end_process(int code, const char* line, void (*last_work)()) {
+    claim();
+    if (line != nullptr) {
+        std::fputs(line, stderr);
+    }
+    if (last_work != nullptr) {
+        last_work();
+    }
     std::exit(code);
 }

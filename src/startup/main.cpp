@@ -15,25 +15,21 @@
 #include "video/frame_buffers.h"
 
 namespace {
-constexpr int exit_start_failed = 1;
-constexpr int exit_no_frame_buffers = 2;
 constexpr std::uint32_t settling_ms = 1000;
 
 void check_command_line(int argc, char* argv[]) {
     if (parse_options(argc, argv) != 0) {
-        end_process(exit_start_failed);
+        end_process(exit_failed);
     }
     if (options().dst_port == 0) {
-        std::fputs("Destination host or port not set\n", stderr);
-        end_process(exit_start_failed);
+        end_process(exit_failed, "Destination host or port not set\n");
     }
 }
 
 void start_frame_buffers() {
     std::fputs("Init telemetry buffer\n", stderr);
     if (init_frame_buffers() != 0) {
-        std::fputs("Failed to init telemetry buffer\n", stderr);
-        end_process(exit_no_frame_buffers);
+        end_process(exit_no_frame_memory, "Failed to init telemetry buffer\n");
     }
 }
 
@@ -46,25 +42,24 @@ void start_mainapp_link() {
     }
     const bool has_failed =
         mainapp_link_start(settings.dst_host, static_cast<std::uint16_t>(settings.dst_port)) != 0;
-    if (is_verbose) {
-        std::fputs(has_failed ? "Failed\n" : "Done\n", stderr);
-    }
     if (has_failed) {
-        end_process(exit_start_failed);
+        end_process(exit_failed, is_verbose ? "Failed\n" : nullptr);
+    }
+    if (is_verbose) {
+        std::fputs("Done\n", stderr);
     }
 }
 
 void start_usb_link() {
     if (gadget_init() != 0) {
-        end_process(exit_start_failed);
+        end_process(exit_failed);
     }
 }
 
 void start_relay() {
     tcp_set_receive_handler(relay_to_usb);
     if (tcp_server_start(ardenvue::relay_port) != 0) {
-        std::fputs("Failed to start TCP server\n", stderr);
-        end_process(exit_start_failed);
+        end_process(exit_failed, "Failed to start TCP server\n");
     }
 }
 }  // namespace
@@ -72,7 +67,7 @@ void start_relay() {
 int main(int argc, char* argv[]) {
     std::fputs("\nDJI Phantom 4 USB client\n", stderr);
     if (!check_board()) {
-        end_process(exit_start_failed);
+        end_process(exit_failed);
     }
     check_command_line(argc, argv);
     sleep_ms(settling_ms);

@@ -1,7 +1,6 @@
 #include "startup/supervision.h"
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "io/usb_link.h"
 #include "platform/clock.h"
@@ -9,7 +8,6 @@
 #include "startup/companion.h"
 
 namespace {
-constexpr int exit_camera_silent = 2;
 constexpr std::uint32_t period_ms = 1000;
 constexpr std::uint32_t companion_passes = 5;
 
@@ -20,9 +18,7 @@ void check_camera() {
         std::fprintf(stderr, "delta %d\n", silence_ms);
     }
     if (verdict.is_expired) {
-        claim_process_end();
-        std::fputs("Camera connection timeout\n", stderr);
-        std::exit(exit_camera_silent);
+        end_process(exit_camera_silent, "Camera connection timeout\n");
     }
 }
 }  // namespace

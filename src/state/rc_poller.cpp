@@ -94,7 +94,7 @@ int start_rc_poller() {
         poller.mapping = open_rc_raw_state();
     }
     pthread_t thread{};
-    return start_thread(rc_poller_thread, thread) == 0 ? 0 : -1;
+    return start_thread(rc_poller_thread, thread, "gimbal") == 0 ? 0 : -1;
 }
 
 void* rc_poller_thread(void*) {

@@ -78,6 +78,11 @@ void run_tick(std::uint32_t tick, TelemetryState& telemetry) {
 
 }  // namespace
 
+MainAppTarget& main_app_target() {
+    static MainAppTarget target{};
+    return target;
+}
+
 long format_status_line(const TelemetryState& telemetry) {
     char line[status_line_capacity] = {};
     const auto length = static_cast<std::uint16_t>(write_status_line(telemetry, line));

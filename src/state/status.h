@@ -2,8 +2,21 @@
 // second, and the recording notice twice a second, while the USB link is up.
 #pragma once
 
+#include <cstdint>
+
 #include "ardenvue.h"
 #include "state/telemetry.h"
+
+// Where the status goes, whoever sends commands. Written before the threads that read it start.
+struct MainAppTarget {
+    const char*
+        host;  // IPv4 dotted text, a private copy (heap), never released: threads read it until the end
+    std::uint16_t port;
+    TelemetryState* telemetry;
+};
+
+// The one record of the process.
+MainAppTarget& main_app_target();
 
 // Builds the status line and sends it to the main application. Returns the result of the send, or the line's
 // length when no destination is set. Status thread.

@@ -3,7 +3,6 @@
 #include <poll.h>
 #include <pthread.h>
 
-#include <cassert>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -22,7 +21,6 @@ constexpr std::uint16_t accessory_product_id = 0x2D00;
 constexpr int poll_timeout_ms = 10;
 constexpr std::uint32_t receiver_period_ms = 100;
 constexpr std::uint32_t exit_pause_ms = 200;
-constexpr int exit_failed_read = 3;
 
 // Each may have been done before, and then fails harmlessly.
 constexpr const char* setup_commands[] = {
@@ -55,7 +53,8 @@ std::int16_t read_packet(UsbLink& link, usb_gadget_endpoint* endpoint) {
 
 // stop goes first: the receiver thread, which takes up control events again once nothing streams, must find
 // it.
-void end_streaming(UsbLink& link) {
+void end_streaming() {
+    UsbLink& link = usb_link();
     link.stop = 1;
     link.streaming = 0;
 }
@@ -74,7 +73,7 @@ void retire_reader(UsbLink& link) {
 
 bool start_reader(UsbLink& link) {
     pthread_t thread{};
-    if (start_thread(usbRead_thread, thread) != 0) {
+    if (start_thread(usbRead_thread, thread, "usb-reader") != 0) {
         std::fputs("usbRead_thread create failed", stderr);
         return false;
     }
@@ -95,7 +94,7 @@ int gadget_init() {
     }
     pthread_t thread{};
     if (gadget_open(accessory_vendor_id, accessory_product_id) < 0 ||
-        start_thread(usb_receiver_thread, thread) != 0) {
+        start_thread(usb_receiver_thread, thread, "usb-receiver") != 0) {
         std::fputs("Gadget init failed\n", stderr);
         return 1;
     }
@@ -131,7 +130,7 @@ int gadget_open(std::uint16_t vendor_id, std::uint16_t product_id) {
 
 void gadget_exit() {
     UsbLink& link = usb_link();
-    end_streaming(link);
+    end_streaming();
     link.last_activity_ms = 0;
     retire_reader(link);
     link.ep_in = nullptr;  // also when there was no reader to clear it: no further writer passes
@@ -173,12 +172,9 @@ void* usb_receiver_thread(void* /*argument*/) {
         }
         sleep_ms(receiver_period_ms);
     }
-    // Claimed first: the watchdog and a failing reader must not end the process in the middle of the
+    // From here on neither the watchdog nor a failing reader can end the process in the middle of the
     // clean-up.
-    claim_process_end();
-    std::fputs("USB receiver exit\n", stderr);
-    gadget_exit();
-    std::exit(EXIT_FAILURE);
+    end_process(exit_failed, "USB receiver exit\n", gadget_exit);
 }
 
 void* usbRead_thread(void* /*argument*/) {
@@ -195,10 +191,7 @@ void* usbRead_thread(void* /*argument*/) {
         }
         const std::int16_t size = read_packet(link, endpoint);
         if (size < 1) {
-            claim_process_end();
-            std::fputs("read failed\n", stderr);
-            end_streaming(link);
-            std::exit(exit_failed_read);
+            end_process(exit_link_failed, "read failed\n", end_streaming);
         }
         const auto length = static_cast<std::uint16_t>(size);
         if (tcp_client_connected()) {
@@ -212,7 +205,7 @@ void* usbRead_thread(void* /*argument*/) {
             std::fputs("Buffer overflowed\n", stderr);
         }
         if (parse_usb_stream(link.rx_buffer, link.rx_fill) == -1) {
-            end_streaming(link);
+            end_streaming();
             break;
         }
     }
@@ -231,8 +224,10 @@ void loopback_event_cb(usb_gadget_handle* handle, const usb_gadget_event* event,
             } else if (event->number == out_endpoint_number) {
                 retire_reader(link);
                 link.ep_out = usb_gadget_find_endpoint(handle, event->number);
-                const bool reader_started = start_reader(link);
-                assert(reader_started);
+                if (!start_reader(link)) {
+                    std::fputs("ardenvue: loopback_event_cb: Assertion `reader_started' failed.\n", stderr);
+                    std::abort();
+                }
             }
             if (link.ep_in != nullptr && link.ep_out != nullptr) {
                 std::fputs("USB connected\n", stderr);

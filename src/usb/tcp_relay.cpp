@@ -8,7 +8,6 @@
 
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <mutex>
 
 #include "io/usb_link.h"
@@ -96,7 +95,7 @@ int tcp_server_start(std::uint16_t port) {
         return failed("TCP server: Could not open socket for listening\n");
     }
     pthread_t thread{};
-    return start_thread(tcp_accept_thread, thread) == 0 ? 0 : 1;
+    return start_thread(tcp_accept_thread, thread, "relay") == 0 ? 0 : 1;
 }
 
 void* tcp_accept_thread(void* /*argument*/) {
@@ -106,9 +105,7 @@ void* tcp_accept_thread(void* /*argument*/) {
         socklen_t peer_size = sizeof peer;
         const int fd = accept4(relay.listen_fd, reinterpret_cast<sockaddr*>(&peer), &peer_size, SOCK_CLOEXEC);
         if (fd < 0) {
-            claim_process_end();
-            std::fputs("TCP server: Could not open a socket to accept data\n", stderr);
-            std::exit(EXIT_FAILURE);
+            end_process(exit_failed, "TCP server: Could not open a socket to accept data\n");
         }
         char host[INET_ADDRSTRLEN];
         std::fprintf(stderr, "TCP server: Client connected with ip address: %s\n",

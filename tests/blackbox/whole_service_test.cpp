@@ -1,6 +1,9 @@
 // The whole service on a board, from its start to its end: what has to hold on every board, simulated or
 // real.
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <set>
 
 #include "ardenvue.h"
 #include "ctl/ring_reader.h"
@@ -51,6 +54,26 @@ TEST(WholeService, EnumeratesWithItsIdentity) {
     EXPECT_EQ(status({0xC0, 51, 0, 0, 2}), sim::ControlStatus::stalled);
     EXPECT_EQ(status({0x21, 1, 0, 0, 0}), sim::ControlStatus::stalled);
     EXPECT_EQ(status({0x00, 9, 1, 0, 0}), sim::ControlStatus::stalled);
+}
+
+// What top, a debugger and a core dump tell its threads by; the sanitizers' own are none of it.
+TEST(WholeService, NamesItsThreads) {
+    Service service;
+    ASSERT_NO_FATAL_FAILURE(service.enumerate());
+    const auto names = [&] {
+        std::set<std::string> found;
+        const std::string tasks = "/proc/" + std::to_string(service.board().process()) + "/task";
+        for (const auto& task : std::filesystem::directory_iterator{tasks}) {
+            std::string name;
+            std::getline(std::ifstream{task.path() / "comm"}, name);
+            found.insert(name);
+        }
+        return found;
+    };
+    EXPECT_TRUE(eventually([&] {
+        return std::ranges::includes(names(), std::set<std::string>{"gimbal", "relay", "status", "udp-reader",
+                                                                    "usb-reader", "usb-receiver"});
+    })) << testing::PrintToString(names());
 }
 
 // The first pictures of a source.

@@ -7,23 +7,21 @@
 #include "gtest/gtest.h"
 
 namespace {
-// Ends with 3, unless a later caller's code wins or that caller can't be cancelled.
-[[noreturn]] void end_twice() {
-    claim_process_end();
+// The last work of an ending with code 3: ends with 9 instead when a later caller can't be cancelled.
+void meet_a_later_caller() {
     pthread_t late{};
     const auto end_later = [](void*) -> void* {
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);  // as the USB reader has it
-        end_process(7);
+        end_process(7, "late\n");
     };
     if (pthread_create(&late, nullptr, end_later, nullptr) != 0 || pthread_cancel(late) != 0 ||
         pthread_join(late, nullptr) != 0) {
-        std::exit(9);
+        std::_Exit(9);
     }
-    std::exit(3);
 }
 
-TEST(ProcessEnd, FirstCallerDecidesAndLaterOnesCanBeJoined) {
-    EXPECT_EXIT(end_twice(), testing::ExitedWithCode(3), "");
+TEST(ProcessEnd, FirstCallerDecidesAndLaterOnesSayNothingAndCanBeJoined) {
+    EXPECT_EXIT(end_process(3, "first\n", meet_a_later_caller), testing::ExitedWithCode(3), "^first\n$");
     EXPECT_EXIT(end_process(2), testing::ExitedWithCode(2), "");
 }
 }  // namespace
