@@ -35,7 +35,8 @@ std::array<std::uint8_t, 64> histogram_at(Time now) {
 const CommandRow* find_command(const Packet& packet) {
     const std::span<const CommandRow> rows = packet.set == gimbal_set ? gimbal_commands() : camera_commands();
     const auto found = std::find_if(rows.begin(), rows.end(), [&packet](const CommandRow& row) {
-        return row.set == packet.set && row.id == packet.id && begins_with(packet.payload, row.begins);
+        return row.set == packet.set && row.id == packet.id &&
+               begins_with(packet.payload, row.details.begins);
     });
     return found == rows.end() ? nullptr : &*found;
 }

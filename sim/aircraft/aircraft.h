@@ -32,18 +32,23 @@ struct Outcome {
     std::string detail;  // "1/500", "400"; may be empty
 };
 
+// What most kinds of command packet have in common; a kind that differs says so.
+struct CommandDetails {
+    std::string_view begins = {};  // payload bytes
+    std::string_view then = {};    // name of the row whose packet has to follow at once, if any
+    bool continues = false;        // may come only as such a following packet
+    std::uint8_t sender = 0x02;
+    std::uint8_t type = 0x40;
+};
+
 // One kind of command packet. Rows of the same set and id differ in how their payload begins.
 struct CommandRow {
     std::string_view name;
     std::uint8_t set;
     std::uint8_t id;
-    std::uint8_t sender;
-    std::uint8_t type;
     std::size_t payload_size;
-    std::string_view begins;  // payload bytes
-    std::string_view then;    // name of the row whose packet has to follow at once, if any
-    bool continues;           // may come only as such a following packet
     Outcome (*act)(Aircraft& aircraft, std::span<const std::uint8_t> payload, Time now);
+    CommandDetails details = {};
 };
 
 // The two tables; within one, the first row that matches counts.

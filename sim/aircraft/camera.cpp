@@ -25,10 +25,10 @@ std::string Camera::find_fault(const Packet& packet, const CommandRow* row) {
     if (row == nullptr) {
         return "unknown command";
     }
-    if (begun != nullptr && begun->then != row->name) {
+    if (begun != nullptr && begun->details.then != row->name) {
         return std::string(begun->name) + " went without its second packet before this one";
     }
-    if (row->continues && (begun == nullptr || begun->then != row->name)) {
+    if (row->details.continues && (begun == nullptr || begun->details.then != row->name)) {
         return "second packet without its first";
     }
     if (packet.payload.size() != row->payload_size) {
@@ -38,10 +38,10 @@ std::string Camera::find_fault(const Packet& packet, const CommandRow* row) {
     if (packet.receiver != receiver_of(packet.set)) {
         return "wrong receiver";
     }
-    if (packet.sender != row->sender) {
+    if (packet.sender != row->details.sender) {
         return "wrong sender";
     }
-    if (packet.type != row->type) {
+    if (packet.type != row->details.type) {
         return "wrong command type";
     }
     return {};
@@ -87,7 +87,7 @@ std::string Camera::act(const Packet& packet, Time now, std::string& meaning) {
     }
     advance(aircraft_, now);
     const Outcome outcome = row->act(aircraft_, packet.payload, now);
-    expects_continuation_of_ = row->then.empty() ? nullptr : row;
+    expects_continuation_of_ = row->details.then.empty() ? nullptr : row;
     meaning = row->name;
     meaning += outcome.detail.empty() ? "" : " " + outcome.detail;
     meaning += outcome.verdict == Verdict::refused ? " (refused)" : "";

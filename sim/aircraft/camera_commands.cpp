@@ -247,50 +247,50 @@ Outcome switch_histogram(Aircraft& aircraft, Payload, Time) {
     return {Verdict::done, {}};
 }
 
+Outcome set_aspect(Aircraft& aircraft, Payload payload, Time now) {
+    return choose<&AircraftState::aspect, aspects>(aircraft, payload.subspan(1), now);
+}
+
 using State = AircraftState;
 
+constexpr std::uint8_t camera = 0x02;  // the command set
+
 constexpr CommandRow commands[] = {
-    // name, set, id, sender, type, payload size, begins, then, continues, act
-    {"shot", 0x02, 0x01, 0x02, 0x40, 1, "\x01"sv, {}, false, take_photo},
-    {"record start", 0x02, 0x02, 0x02, 0x40, 1, "\x01"sv, {}, false, start_recording},
-    {"record stop", 0x02, 0x02, 0x02, 0x40, 1, "\0"sv, {}, false, stop_recording},
-    {"camera mode", 0x02, 0x10, 0x09, 0x40, 1, {}, {}, false, choose<&State::camera_mode, camera_modes>},
-    {"aspect",
-     0x02,
-     0x12,
-     0x02,
-     0x40,
-     2,
-     "\0"sv,
-     {},
-     false,
-     [](Aircraft& aircraft, Payload payload, Time now) {
-         return choose<&State::aspect, aspects>(aircraft, payload.subspan(1), now);
-     }},
-    {"photo format", 0x02, 0x16, 0x02, 0x40, 1, {}, {}, false, choose<&State::photo_format, photo_formats>},
-    {"resolution", 0x02, 0x18, 0x02, 0x40, 5, {}, "resolution again", false, set_resolution},
-    {"resolution again", 0x02, 0xAF, 0x02, 0x40, 2, {}, {}, true, confirm_resolution},
-    {"exposure program", 0x02, 0x1E, 0x02, 0x40, 2, {}, {}, false, set_program},
-    {"focus type continuous", 0x02, 0x24, 0x02, 0x40, 1, "\x02"sv, "keep focusing", false,
-     choose<&State::focus_mode, focus_types>},
-    {"keep focusing", 0x02, 0x22, 0x02, 0x40, 1, "\x03"sv, {}, true, keep_focusing},
-    {"focus type", 0x02, 0x24, 0x02, 0x40, 1, {}, {}, false, choose<&State::focus_mode, focus_types>},
-    {"aperture", 0x02, 0x26, 0x02, 0x40, 2, {}, {}, false, set_aperture},
-    {"shutter", 0x02, 0x28, 0x02, 0x40, 4, "\x01"sv, {}, false, set_shutter},
-    {"iso", 0x02, 0x2A, 0x02, 0x40, 1, {}, {}, false, set_iso},
-    {"white balance", 0x02, 0x2C, 0x02, 0x40, 2, {}, {}, false, set_white_balance},
-    {"ev", 0x02, 0x2E, 0x02, 0x40, 1, {}, {}, false, choose<&State::ev_code, evs>},
-    {"focus point", 0x02, 0x30, 0x02, 0x40, 8, {}, {}, false, set_focus_point},
-    {"colour", 0x02, 0x42, 0x02, 0x40, 1, {}, {}, false, choose<&State::colour, colours>},
-    {"anti-flicker", 0x02, 0x46, 0x02, 0x40, 1, {}, {}, false, choose<&State::antiflicker, antiflickers>},
-    {"transmission", 0x02, 0x4C, 0x02, 0x40, 6, "\x01"sv, "transmission again", false, set_transmission},
-    {"transmission again", 0x02, 0x4C, 0x02, 0x40, 6, "\x04"sv, {}, true, confirm_transmission},
-    {"histogram on", 0x02, 0x60, 0x02, 0x40, 1, "\x01"sv, {}, false, switch_histogram<true>},
-    {"histogram off", 0x02, 0x60, 0x02, 0x40, 1, "\0"sv, {}, false, switch_histogram<false>},
-    {"video standard", 0x02, 0x66, 0x02, 0x40, 1, {}, {}, false, choose<&State::standard, standards>},
-    {"format card", 0x02, 0x72, 0x02, 0x40, 0, {}, {}, false, format_card},
-    {"reset", 0x02, 0x78, 0x02, 0x40, 1, "\0"sv, {}, false, reset_camera},
-    {"focus position", 0x02, 0x95, 0x02, 0x40, 2, {}, {}, false, set_focus_position},
+    // name, set, id, payload size, act, details
+    {"shot", camera, 0x01, 1, take_photo, {.begins = "\x01"sv}},
+    {"record start", camera, 0x02, 1, start_recording, {.begins = "\x01"sv}},
+    {"record stop", camera, 0x02, 1, stop_recording, {.begins = "\0"sv}},
+    {"camera mode", camera, 0x10, 1, choose<&State::camera_mode, camera_modes>, {.sender = 0x09}},
+    {"aspect", camera, 0x12, 2, set_aspect, {.begins = "\0"sv}},
+    {"photo format", camera, 0x16, 1, choose<&State::photo_format, photo_formats>},
+    {"resolution", camera, 0x18, 5, set_resolution, {.then = "resolution again"}},
+    {"resolution again", camera, 0xAF, 2, confirm_resolution, {.continues = true}},
+    {"exposure program", camera, 0x1E, 2, set_program},
+    {"focus type continuous",
+     camera,
+     0x24,
+     1,
+     choose<&State::focus_mode, focus_types>,
+     {.begins = "\x02"sv, .then = "keep focusing"}},
+    {"keep focusing", camera, 0x22, 1, keep_focusing, {.begins = "\x03"sv, .continues = true}},
+    {"focus type", camera, 0x24, 1, choose<&State::focus_mode, focus_types>},
+    {"aperture", camera, 0x26, 2, set_aperture},
+    {"shutter", camera, 0x28, 4, set_shutter, {.begins = "\x01"sv}},
+    {"iso", camera, 0x2A, 1, set_iso},
+    {"white balance", camera, 0x2C, 2, set_white_balance},
+    {"ev", camera, 0x2E, 1, choose<&State::ev_code, evs>},
+    {"focus point", camera, 0x30, 8, set_focus_point},
+    {"colour", camera, 0x42, 1, choose<&State::colour, colours>},
+    {"anti-flicker", camera, 0x46, 1, choose<&State::antiflicker, antiflickers>},
+    {"transmission", camera, 0x4C, 6, set_transmission, {.begins = "\x01"sv, .then = "transmission again"}},
+    {"transmission again", camera, 0x4C, 6, confirm_transmission, {.begins = "\x04"sv, .continues = true}},
+    {"histogram on", camera, 0x60, 1, switch_histogram<true>, {.begins = "\x01"sv}},
+    {"histogram off", camera, 0x60, 1, switch_histogram<false>, {.begins = "\0"sv}},
+    {"video standard", camera, 0x66, 1, choose<&State::standard, standards>},
+    {"format card", camera, 0x72, 0, format_card},
+    {"reset", camera, 0x78, 1, reset_camera, {.begins = "\0"sv}},
+    {"focus position", camera, 0x95, 2, set_focus_position},
+
 };
 
 }  // namespace

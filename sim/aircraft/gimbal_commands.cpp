@@ -90,22 +90,41 @@ Outcome calibrate_gimbal(Aircraft& aircraft, Payload, Time) {
     return {Verdict::done, {}};
 }
 
+constexpr std::uint8_t gimbal = 0x04;  // the command set
+
 constexpr CommandRow commands[] = {
-    // name, set, id, sender, type, payload size, begins, then, continues, act
-    {"gimbal calibration 1", 0x04, 0x07, 0x02, 0x40, 1, "\0"sv, "gimbal calibration 2", false, step_done},
-    {"gimbal calibration 2", 0x04, 0x01, 0x09, 0x20, 8, "\x00\x04\x00\x04\x00\x04\x80\x00"sv,
-     "gimbal calibration 3", true, step_done},
-    {"gimbal calibration 3", 0x04, 0x08, 0x02, 0x40, 0, {}, {}, true, calibrate_gimbal},
-    {"gimbal absolute", 0x04, 0x0A, 0x02, 0x40, 10, {}, {}, false, move_absolute},
-    {"gimbal relative", 0x04, 0x0C, 0x02, 0x40, 7, {}, {}, false, move_relative},
-    {"gimbal centre", 0x04, 0x4C, 0x02, 0x40, 2, "\xFE\x08"sv, {}, false, centre_gimbal},
-    {"gimbal next position", 0x04, 0x4C, 0x02, 0x40, 2, "\xFE\x09"sv, {}, false, next_gimbal_position},
-    {"gimbal first-person", 0x04, 0x4C, 0x02, 0x40, 2, "\x01\x00"sv, "gimbal tilt", false,
-     select_gimbal_mode<Gimbal::Mode::first_person>},
-    {"gimbal follow", 0x04, 0x4C, 0x02, 0x40, 2, "\x02\x00"sv, "gimbal tilt", false,
-     select_gimbal_mode<Gimbal::Mode::follow>},
-    {"gimbal tilt", 0x04, 0x50, 0x02, 0x40, 4, "\x00\x04\x01"sv, {}, true, set_tilt_lock},
-    {"gimbal follow speed", 0x04, 0x50, 0x02, 0x40, 4, "\x00\x05\x01"sv, {}, false, set_follow_speed},
+    // name, set, id, payload size, act, details
+    {"gimbal calibration 1", gimbal, 0x07, 1, step_done, {.begins = "\0"sv, .then = "gimbal calibration 2"}},
+    {"gimbal calibration 2",
+     gimbal,
+     0x01,
+     8,
+     step_done,
+     {.begins = "\x00\x04\x00\x04\x00\x04\x80\x00"sv,
+      .then = "gimbal calibration 3",
+      .continues = true,
+      .sender = 0x09,
+      .type = 0x20}},
+    {"gimbal calibration 3", gimbal, 0x08, 0, calibrate_gimbal, {.continues = true}},
+    {"gimbal absolute", gimbal, 0x0A, 10, move_absolute},
+    {"gimbal relative", gimbal, 0x0C, 7, move_relative},
+    {"gimbal centre", gimbal, 0x4C, 2, centre_gimbal, {.begins = "\xFE\x08"sv}},
+    {"gimbal next position", gimbal, 0x4C, 2, next_gimbal_position, {.begins = "\xFE\x09"sv}},
+    {"gimbal first-person",
+     gimbal,
+     0x4C,
+     2,
+     select_gimbal_mode<Gimbal::Mode::first_person>,
+     {.begins = "\x01\x00"sv, .then = "gimbal tilt"}},
+    {"gimbal follow",
+     gimbal,
+     0x4C,
+     2,
+     select_gimbal_mode<Gimbal::Mode::follow>,
+     {.begins = "\x02\x00"sv, .then = "gimbal tilt"}},
+    {"gimbal tilt", gimbal, 0x50, 4, set_tilt_lock, {.begins = "\x00\x04\x01"sv, .continues = true}},
+    {"gimbal follow speed", gimbal, 0x50, 4, set_follow_speed, {.begins = "\x00\x05\x01"sv}},
+
 };
 
 }  // namespace

@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <iterator>
+
 #include "platform/little_endian.h"
 #include "platform/relaxed.h"
 #include "state/camera_codes.h"
@@ -7,15 +10,50 @@
 namespace {
 using namespace camera_codes;
 
-// Stores a code and the text that a table gives for it.
-template <typename Row, std::size_t count, std::size_t capacity>
-void store_code(std::uint8_t& code_field, char (&text_field)[capacity], std::uint8_t code,
-                const Row (&table)[count], Code Row::*code_member, const char* Row::*text_member,
-                const char* otherwise) {
-    store_relaxed(code_field, code);
-    const Row* row = find(table, code_member, code);
-    store_text(text_field, row != nullptr ? row->*text_member : otherwise);
+// What a row of a table says in a push.
+template <typename Row>
+constexpr Code pushed_code(const Row& row) {
+    return row.code;
 }
+constexpr Code pushed_code(const WhiteBalance& row) {
+    return row.reported;
+}
+template <typename Row>
+constexpr const char* reported_text(const Row& row) {
+    return row.text;
+}
+constexpr const char* reported_text(const TwoTextCode& row) {
+    return row.reported;
+}
+
+// Stores a code and the text that the table gives for it.
+template <auto code_field, auto text_field, const auto& table>
+void store(TelemetryState& state, Code code, const char* otherwise) {
+    store_relaxed(state.*code_field, code);
+    const auto row =
+        std::ranges::find_if(table, [code](const auto& each) { return pushed_code(each) == code; });
+    store_text(state.*text_field, row != std::end(table) ? reported_text(*row) : otherwise);
+}
+
+// The codes of the push that have a text.
+using State = TelemetryState;
+constexpr struct {
+    std::size_t offset;
+    std::uint8_t mask;
+    void (*store)(TelemetryState& state, Code code, const char* otherwise);
+    const char* otherwise;  // the text of a code that the table does not have
+} codes[] = {
+    {13, 0xFF, store<&State::resolution, &State::resolution_text, video_sizes>, ""},
+    {14, 0xFF, store<&State::frame_rate, &State::frame_rate_text, frame_rates>, ""},
+    {23, 0xFF, store<&State::white_balance, &State::white_balance_text, white_balances>, "custom"},
+    {12, 0xFF, store<&State::photo_format, &State::photo_format_text, photo_formats>, ""},
+    {5, 0xFF, store<&State::iso_set, &State::iso_set_text, iso_values>, "auto"},
+    {31, 0xFF, store<&State::color_mode, &State::color_mode_text, color_profiles>, "none"},
+    {20, 0xFF, store<&State::exposure_mode, &State::exposure_mode_text, exposure_programs>, "auto"},
+    {10, 0xFF, store<&State::aspect, &State::aspect_text, aspect_ratios>, "4:3"},
+    {55, 0x01, store<&State::video_standard, &State::video_standard_text, video_standards>, "PAL"},
+    {32, 0xFF, store<&State::antiflicker, &State::antiflicker_text, antiflicker_modes>, "auto"},
+};
 
 template <std::size_t capacity>
 void store_shutter(std::uint32_t& code_field, char (&text_field)[capacity], std::uint32_t code) {
@@ -33,34 +71,17 @@ void store_exposure_step(std::uint8_t code, TelemetryState& state) {
 }  // namespace
 
 void decode_camera_parameters(PushPayload payload, TelemetryState& state) {
-    store_code(state.resolution, state.resolution_text, payload[13], video_sizes, &VideoSize::code,
-               &VideoSize::text, "");
-    store_code(state.frame_rate, state.frame_rate_text, payload[14], frame_rates, &FrameRate::code,
-               &FrameRate::text, "");
-    store_code(state.white_balance, state.white_balance_text, payload[23], white_balances,
-               &WhiteBalance::reported, &WhiteBalance::text, "custom");
+    for (const auto& row : codes) {
+        row.store(state, payload[row.offset] & row.mask, row.otherwise);
+    }
     store_relaxed(state.wb_temperature_code, payload[24]);
     store_relaxed(state.wb_temperature, static_cast<float>(payload[24]) * 100.0F);
-    store_code(state.photo_format, state.photo_format_text, payload[12], photo_formats, &TwoTextCode::code,
-               &TwoTextCode::reported, "");
     const std::uint16_t aperture = load_le16(&payload[38]);
     store_relaxed(state.aperture, aperture);
     store_text(state.aperture_text, format_aperture(aperture).text);
     store_relaxed(state.iso, load_le16(&payload[43]));
-    store_code(state.iso_set, state.iso_set_text, payload[5], iso_values, &CodeText::code, &CodeText::text,
-               "auto");
     store_relaxed(state.ae_flag, payload[56] != 0 ? 1 : 0);
     store_exposure_step(payload[6], state);
-    store_code(state.color_mode, state.color_mode_text, payload[31], color_profiles, &CodeText::code,
-               &CodeText::text, "none");
-    store_code(state.exposure_mode, state.exposure_mode_text, payload[20], exposure_programs, &CodeText::code,
-               &CodeText::text, "auto");
-    store_code(state.aspect, state.aspect_text, payload[10], aspect_ratios, &CodeText::code, &CodeText::text,
-               "4:3");
-    store_code(state.video_standard, state.video_standard_text, static_cast<std::uint8_t>(payload[55] & 1),
-               video_standards, &CodeText::code, &CodeText::text, "PAL");
-    store_code(state.antiflicker, state.antiflicker_text, payload[32], antiflicker_modes, &TwoTextCode::code,
-               &TwoTextCode::reported, "auto");
     store_shutter(state.shutter_set, state.shutter_set_text, load_le24(&payload[2]));
     store_shutter(state.shutter, state.shutter_text, load_le24(&payload[40]));
 }
