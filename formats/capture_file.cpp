@@ -14,6 +14,7 @@ constexpr std::size_t record_header_size = 16;
 constexpr std::size_t magic_size = 8;
 constexpr char magic[magic_size + 1] = "ARDVCAP1";
 constexpr std::uint32_t max_record_bytes = 16'777'216;
+constexpr std::uint64_t max_record_time = 1'000'000ULL * 86'400 * 366;  // a year of recording
 constexpr std::size_t plain_record_bytes = 16'384;
 
 void store_le64(std::uint8_t* bytes, std::uint64_t value) {
@@ -103,12 +104,14 @@ std::optional<CaptureRecord> CaptureReader::next() {
     if (read == 0) {
         return std::nullopt;
     }
+    const std::uint64_t time = load_le64(header.data());
     const std::uint32_t size = load_le32(&header[8]);
-    if (read < header.size() || size == 0 || size > max_record_bytes || header[12] > 1) {
+    if (read < header.size() || time > max_record_time || size == 0 || size > max_record_bytes ||
+        header[12] > 1) {
         damaged_ = true;
         return std::nullopt;
     }
-    record.time = std::chrono::microseconds{load_le64(header.data())};
+    record.time = std::chrono::microseconds{time};
     record.direction = static_cast<Direction>(header[12]);
     record.bytes.resize(size);
     if (std::fread(record.bytes.data(), 1, size, file_.get()) != size) {

@@ -6,7 +6,7 @@
 //
 //   header, 16 bytes      0  8  the characters "ARDVCAP1"
 //                         8  8  wall clock at the start, microseconds since 1970-01-01 00:00 UTC
-//   record, repeated      0  8  time since the start, microseconds
+//   record, repeated      0  8  time since the start, microseconds, at most a year
 //                         8  4  number of bytes, 1 to 16,777,216
 //                        12  1  direction: 0 from the remote controller, 1 towards it
 //                        13  3  0

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <condition_variable>
+#include <cstring>
 #include <deque>
 #include <filesystem>
 #include <fstream>
@@ -136,7 +137,7 @@ class UsbfsCable::Session {
     };
 
     bool start(Transfer& transfer, std::uint8_t address, std::span<std::uint8_t> buffer) {
-        *transfer.urb = {};
+        std::memset(transfer.urb.get(), 0, sizeof *transfer.urb);
         transfer.urb->type = USBDEVFS_URB_TYPE_BULK;
         transfer.urb->endpoint = address;
         transfer.urb->buffer = buffer.data();

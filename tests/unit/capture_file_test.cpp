@@ -71,8 +71,10 @@ TEST_F(CaptureFile, EndsAtDamageAndSaysSo) {
     wrong_direction[132 + 12] = 2;
     std::string wrong_length = whole;
     wrong_length[132 + 11] = '\x7F';
-    for (const std::string& damaged :
-         {whole.substr(0, whole.size() - 1), whole.substr(0, 132 + 15), wrong_direction, wrong_length}) {
+    std::string wrong_time = whole;
+    wrong_time[132 + 7] = '\x5F';
+    for (const std::string& damaged : {whole.substr(0, whole.size() - 1), whole.substr(0, 132 + 15),
+                                       wrong_direction, wrong_length, wrong_time}) {
         put(damaged);
         formats::CaptureReader reader;
         ASSERT_TRUE(reader.open(path));
