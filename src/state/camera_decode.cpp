@@ -4,12 +4,8 @@
 #include <cstddef>
 #include <iterator>
 
-#include "ardenvue.h"
 #include "link/packet.h"
-#include "platform/little_endian.h"
-#include "platform/relaxed.h"
-#include "state/camera_pushes.h"
-#include "state/camera_state.h"
+#include "state/pushes.h"
 #include "state/telemetry.h"
 
 namespace {
@@ -17,28 +13,6 @@ constexpr std::size_t shortest_packet = 10;
 constexpr std::size_t type_offset = 8;
 constexpr std::size_t set_offset = 9;
 constexpr std::size_t id_offset = 10;
-
-struct SharedAttitude {
-    bool is_opened;
-    ardenvue::CameraState* record;  // null also when the object can't be had: that is not tried again
-};
-
-SharedAttitude shared_attitude{};
-
-void decode_gimbal_attitude(PushPayload payload, TelemetryState& state) {
-    const std::uint16_t second = load_le16(&payload[2]);
-    const std::int16_t attitude[3] = {static_cast<std::int16_t>(load_le16(&payload[4])),
-                                      static_cast<std::int16_t>(load_le16(&payload[0])),
-                                      static_cast<std::int16_t>(0U - second)};
-    for (std::size_t i = 0; i < std::size(attitude); ++i) {
-        store_relaxed(state.attitude[i], attitude[i]);
-    }
-    if (shared_attitude.record != nullptr) {
-        for (std::size_t i = 0; i < std::size(attitude); ++i) {
-            store_release(shared_attitude.record->attitude[i], attitude[i]);
-        }
-    }
-}
 
 // A push is known by its length byte and, where they are not `any`, its command type, set and id.
 constexpr int any = -1;
@@ -74,9 +48,7 @@ void decode_camera_packet(std::span<const std::uint8_t> packet) {
     if (packet.size() < shortest_packet || packet[0] != link_packet::start_byte) {
         return;
     }
-    if (!shared_attitude.is_opened) {
-        shared_attitude = {true, open_camera_state()};
-    }
+    open_shared_attitude();
     const auto* kind = std::find_if(std::begin(push_kinds), std::end(push_kinds),
                                     [packet](const PushKind& row) { return row.matches(packet); });
     if (kind != std::end(push_kinds)) {

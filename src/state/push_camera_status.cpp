@@ -4,8 +4,8 @@
 #include "platform/little_endian.h"
 #include "platform/relaxed.h"
 #include "state/camera_codes.h"
-#include "state/camera_pushes.h"
 #include "state/camera_text.h"
+#include "state/pushes.h"
 
 namespace {
 using camera_codes::CodeText;

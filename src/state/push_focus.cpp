@@ -1,12 +1,8 @@
-#include "state/camera_pushes.h"
-
 #include <bit>
-#include <cstddef>
-#include <iterator>
 
-#include "platform/clock.h"
 #include "platform/little_endian.h"
 #include "platform/relaxed.h"
+#include "state/pushes.h"
 
 namespace {
 const char* focus_mode_text(std::uint8_t mode) {
@@ -26,19 +22,6 @@ const char* focus_mode_text(std::uint8_t mode) {
 }
 }  // namespace
 
-void decode_battery(PushPayload payload, TelemetryState& state) {
-    store_relaxed(state.battery_level, static_cast<std::int8_t>(payload[20]));
-    store_relaxed(state.power_aux, 0);
-    store_relaxed(state.voltage, 0);
-    store_relaxed(state.battery_temperature, load_le16(&payload[17]));
-}
-
-void decode_power(PushPayload payload, TelemetryState& state) {
-    store_relaxed(state.power_aux, load_le16(&payload[14]));
-    store_relaxed(state.voltage, static_cast<std::int16_t>(load_le16(&payload[1])));
-    store_relaxed(state.battery_level, static_cast<std::int8_t>(payload[0]));
-}
-
 void decode_focus(PushPayload payload, TelemetryState& state) {
     store_relaxed(state.focus_valid, 1);
     store_relaxed(state.focus_mode, payload[0]);
@@ -52,11 +35,4 @@ void decode_focus(PushPayload payload, TelemetryState& state) {
     store_relaxed(state.focus_point_y, std::bit_cast<float>(load_le32(&payload[17])));
     store_relaxed(state.focus_aux_1, payload[21]);
     store_relaxed(state.focus_aux_2, payload[31]);
-}
-
-void decode_histogram(PushPayload payload, TelemetryState& state) {
-    for (std::size_t i = 0; i < std::size(state.histogram); ++i) {
-        store_relaxed(state.histogram[i], payload[i]);
-    }
-    store_relaxed(state.histogram_time_ms, now_ms());
 }
