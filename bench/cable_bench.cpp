@@ -38,28 +38,24 @@ Bytes video_frames() {
 // A client at the relay's port that throws away what it gets.
 class Client {
   public:
-    explicit Client(std::uint16_t port) : fd_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
-        const sockaddr_in address = sim::loopback(port);
-        is_connected_ = connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    explicit Client(std::uint16_t port) : fd_{sim::connect_to(port)} {
         reader_ = std::thread{[this] {
             std::vector<char> buffer(1 << 16);
-            while (recv(fd_, buffer.data(), buffer.size(), 0) > 0) {
+            while (recv(fd_.get(), buffer.data(), buffer.size(), 0) > 0) {
             }
         }};
     }
     ~Client() {
-        shutdown(fd_, SHUT_RDWR);
+        shutdown(fd_.get(), SHUT_RDWR);
         reader_.join();
-        close(fd_);
     }
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    bool is_connected() const { return is_connected_; }
+    bool is_connected() const { return static_cast<bool>(fd_); }
 
   private:
-    int fd_;
-    bool is_connected_ = false;
+    FileDescriptor fd_;
     std::thread reader_;
 };
 

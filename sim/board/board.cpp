@@ -8,7 +8,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "sim/board/files.h"
+#include "sim/board/file_contents.h"
 
 namespace sim {
 namespace {

@@ -18,8 +18,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "sim/board/files.h"
+#include "sim/board/file_contents.h"
 #include "sim/board/loopback.h"
+#include "sim/cable/owned.h"
 
 namespace sim {
 namespace {
@@ -64,8 +65,8 @@ std::vector<std::string> complete_environment(std::vector<std::string> result) {
     return result;
 }
 
-SharedMapping map(const Descriptor& fd, std::size_t size) {
-    void* address = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, *fd, 0);
+SharedMapping map(const FileDescriptor& fd, std::size_t size) {
+    void* address = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
     if (address == MAP_FAILED) {
         fail("mmap", errno);
     }
@@ -77,11 +78,11 @@ SharedMapping map(const Descriptor& fd, std::size_t size) {
 
 ServiceRun::ServiceRun(std::string run_directory, std::string shm_prefix, std::uint16_t notice_port)
     : run_directory_{std::move(run_directory)}, shm_prefix_{std::move(shm_prefix)} {
-    notices_ = own_descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket");
+    notices_ = owned(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket");
     sockaddr_in address = loopback(notice_port);
     socklen_t length = sizeof address;
-    if (bind(*notices_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        getsockname(*notices_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    if (bind(notices_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        getsockname(notices_.get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
         fail("notice socket", errno);
     }
     notice_port_ = ntohs(address.sin_port);
@@ -104,15 +105,15 @@ void ServiceRun::start_process(const ServiceOptions& service, const std::vector<
     if (pipe2(ends, O_CLOEXEC) != 0) {
         fail("pipe", errno);
     }
-    errors_pipe_ = own_descriptor(ends[0], "pipe");
-    const Descriptor write_end = own_descriptor(ends[1], "pipe");
+    errors_pipe_ = FileDescriptor{ends[0]};
+    const FileDescriptor write_end{ends[1]};
     fcntl(ends[0], F_SETFL, O_NONBLOCK);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, *write_end, STDERR_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, write_end.get(), STDERR_FILENO);
     posix_spawn_file_actions_addchdir_np(&actions, service.working_directory.c_str());
     // A process group of its own, so that what it starts ends with it.
     posix_spawnattr_t attributes;
@@ -144,15 +145,15 @@ void ServiceRun::start_process(const ServiceOptions& service, const std::vector<
 // Collects what the service says until it has ended. Processes that it left behind may hold the pipe open for
 // longer.
 void ServiceRun::watch() {
-    const Descriptor process =
-        own_descriptor(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)), "pidfd_open");
+    const FileDescriptor process =
+        owned(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)), "pidfd_open");
     for (bool running = true; running;) {
-        pollfd entries[] = {{*errors_pipe_, POLLIN, 0}, {*process, POLLIN, 0}};
+        pollfd entries[] = {{errors_pipe_.get(), POLLIN, 0}, {process.get(), POLLIN, 0}};
         poll(entries, 2, -1);
         running = entries[1].revents == 0;
         char buffer[4096];
         for (;;) {
-            const ssize_t count = read(*errors_pipe_, buffer, sizeof buffer);
+            const ssize_t count = read(errors_pipe_.get(), buffer, sizeof buffer);
             if (count <= 0) {
                 break;
             }
@@ -243,29 +244,28 @@ std::optional<SharedMapping> ServiceRun::shared_memory(std::string_view name) co
     if (fd < 0) {
         return std::nullopt;
     }
-    const Descriptor owned = own_descriptor(fd, "shm_open");
+    const FileDescriptor opened{fd};
     if (fstat(fd, &status) != 0 || status.st_size == 0) {
         return std::nullopt;
     }
-    return map(owned, static_cast<std::size_t>(status.st_size));
+    return map(opened, static_cast<std::size_t>(status.st_size));
 }
 
 SharedMapping ServiceRun::create_shared_memory(std::string_view name, std::size_t size) {
-    const Descriptor fd =
-        own_descriptor(shm_open(shm_name(name).c_str(), O_RDWR | O_CREAT, 0600), "shm_open");
-    if (ftruncate(*fd, static_cast<off_t>(size)) != 0) {
+    const FileDescriptor fd = owned(shm_open(shm_name(name).c_str(), O_RDWR | O_CREAT, 0600), "shm_open");
+    if (ftruncate(fd.get(), static_cast<off_t>(size)) != 0) {
         fail("ftruncate", errno);
     }
     return map(fd, size);
 }
 
 std::optional<std::string> ServiceRun::next_notice(Milliseconds timeout) {
-    pollfd entry{*notices_, POLLIN, 0};
+    pollfd entry{notices_.get(), POLLIN, 0};
     char buffer[512];
     if (poll(&entry, 1, static_cast<int>(timeout.count())) <= 0) {
         return std::nullopt;
     }
-    const ssize_t count = recv(*notices_, buffer, sizeof buffer, 0);
+    const ssize_t count = recv(notices_.get(), buffer, sizeof buffer, 0);
     return count < 0 ? std::nullopt : std::optional{std::string(buffer, static_cast<std::size_t>(count))};
 }
 

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/file_descriptor.h"
 #include "sim/cable/cable.h"
 
 namespace sim {
@@ -95,10 +96,10 @@ class ServiceRun {
 
     const std::string run_directory_;
     const std::string shm_prefix_;
-    std::shared_ptr<const int> notices_;
+    FileDescriptor notices_;
     std::uint16_t notice_port_ = 0;
     pid_t process_ = -1;
-    std::shared_ptr<const int> errors_pipe_;
+    FileDescriptor errors_pipe_;
     std::function<void(std::string_view)> on_errors_;
     std::thread watcher_;
 

@@ -201,7 +201,7 @@ bool BoardCable::bulk_out(std::span<const std::uint8_t> bytes) {
             rest = rest.subspan(size);
             ++count;
         } while (count < send_batch && !rest.empty());
-        const int sent = sendmmsg(*file->connection, messages, count, MSG_NOSIGNAL | MSG_DONTWAIT);
+        const int sent = sendmmsg(file->connection.get(), messages, count, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent < 0 && errno != EAGAIN) {
             return false;
         }
@@ -210,7 +210,7 @@ bool BoardCable::bulk_out(std::span<const std::uint8_t> bytes) {
             empty_packet = false;
         }
         if (sent < static_cast<int>(count)) {
-            pollfd room{*file->connection, POLLOUT, 0};
+            pollfd room{file->connection.get(), POLLOUT, 0};
             poll(&room, 1, 20);
         }
     }

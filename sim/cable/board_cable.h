@@ -12,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "platform/file_descriptor.h"
 #include "sim/board_library/board_protocol.h"
 #include "sim/cable/board_kernel.h"
 #include "sim/cable/cable.h"
@@ -104,8 +105,8 @@ class BoardCable final : public Cable {
     const std::string directory_;
     const std::vector<std::string> controllers_;
     const std::vector<std::string> endpoints_;
-    std::shared_ptr<const int> listener_;
-    std::shared_ptr<const int> wake_;
+    FileDescriptor listener_;
+    FileDescriptor wake_;
 
     std::mutex control_;  // one request, one plugging at a time
     Milliseconds event_patience_{2'000};

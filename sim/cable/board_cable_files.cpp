@@ -13,6 +13,7 @@
 
 #include "sim/cable/board_cable.h"
 #include "sim/cable/board_file.h"
+#include "sim/cable/owned.h"
 
 namespace sim {
 namespace {
@@ -36,8 +37,8 @@ BoardCable::BoardCable(std::string directory, std::vector<std::string> controlle
     : directory_{std::move(directory)},
       controllers_{std::move(controllers)},
       endpoints_{std::move(endpoints)},
-      listener_{own_descriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "socket")},
-      wake_{own_descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")} {
+      listener_{owned(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "socket")},
+      wake_{owned(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")} {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const std::string path = directory_ + "/cable";
@@ -45,14 +46,13 @@ BoardCable::BoardCable(std::string directory, std::vector<std::string> controlle
         throw std::runtime_error("simulated cable: directory name too long: " + directory_);
     }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    if (bind(*listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        listen(*listener_, 16) != 0) {
+    if (bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        listen(listener_.get(), 16) != 0) {
         throw std::runtime_error("simulated cable: " + path + ": " + std::strerror(errno));
     }
     for (const std::string& name : controllers_) {
-        own_descriptor(
-            open((directory_ + "/dev/gadget/" + name).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600),
-            "create");
+        owned(open((directory_ + "/dev/gadget/" + name).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600),
+              "create");
     }
     server_ = std::thread{[this] { serve(); }};
 }
@@ -64,7 +64,7 @@ BoardCable::~BoardCable() {
     }
     changed_.notify_all();
     const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(*wake_, &one, sizeof one);
+    [[maybe_unused]] const ssize_t written = write(wake_.get(), &one, sizeof one);
     server_.join();
 }
 
@@ -78,9 +78,9 @@ void BoardCable::serve() {
             }
             files = files_;
         }
-        std::vector<pollfd> entries{{*listener_, POLLIN, 0}, {*wake_, POLLIN, 0}};
+        std::vector<pollfd> entries{{listener_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
         for (const FilePtr& file : files) {
-            entries.push_back({*file->connection, POLLIN, 0});
+            entries.push_back({file->connection.get(), POLLIN, 0});
         }
         if (poll(entries.data(), entries.size(), -1) < 0) {
             continue;
@@ -97,13 +97,13 @@ void BoardCable::serve() {
 }
 
 void BoardCable::accept_file() {
-    const int fd = accept4(*listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    const int fd = accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) {
         return;
     }
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &out_queue_bytes, sizeof out_queue_bytes);
     const FilePtr file = std::make_shared<BoardFile>();
-    file->connection = own_descriptor(fd, "accept");
+    file->connection = owned(fd, "accept");
     const std::lock_guard lock{mutex_};
     files_.push_back(file);
 }
@@ -114,7 +114,7 @@ void BoardCable::receive_from(const FilePtr& file) {
     msghdr message{};
     message.msg_iov = pieces;
     message.msg_iovlen = 2;
-    const ssize_t count = recvmsg(*file->connection, &message, MSG_DONTWAIT);
+    const ssize_t count = recvmsg(file->connection.get(), &message, MSG_DONTWAIT);
     const std::lock_guard lock{mutex_};
     if (count > 0) {
         handle(file, kind, std::span{message_}.first(static_cast<std::size_t>(count) - 1));
@@ -235,7 +235,7 @@ void BoardCable::disconnect_endpoints() {
         if (file != device_ && file->configured) {
             file->gone = true;
             file->writes.clear();
-            shutdown(*file->connection, SHUT_WR);
+            shutdown(file->connection.get(), SHUT_WR);
         }
     }
 }
@@ -244,7 +244,7 @@ void BoardCable::show_endpoint_files(bool show) {
     for (const std::string& name : endpoints_) {
         const std::string path = directory_ + "/dev/gadget/" + name;
         if (show) {
-            own_descriptor(open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600), "create");
+            owned(open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600), "create");
         } else {
             unlink(path.c_str());
         }

@@ -15,15 +15,15 @@ void BoardFile::send(board_protocol::Kind kind, const void* data, std::size_t si
     msghdr message{};
     message.msg_iov = pieces;
     message.msg_iovlen = 2;
-    [[maybe_unused]] const ssize_t sent = sendmsg(*connection, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    [[maybe_unused]] const ssize_t sent = sendmsg(connection.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 bool BoardFile::wait_until_read(std::chrono::steady_clock::time_point deadline) const {
     for (unsigned round = 0;; ++round) {
         const bool ended = gone;
         int pending = 0;
-        ioctl(*connection, SIOCOUTQ, &pending);
-        pollfd peer{*connection, 0, 0};
+        ioctl(connection.get(), SIOCOUTQ, &pending);
+        pollfd peer{connection.get(), 0, 0};
         const bool closed = poll(&peer, 1, 0) > 0;
         if (ended || (pending == 0 && !closed)) {
             return pending == 0 && !unread;

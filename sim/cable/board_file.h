@@ -6,14 +6,14 @@
 #include <deque>
 #include <string>
 
-#include "sim/board/files.h"
+#include "platform/file_descriptor.h"
 #include "sim/board_library/board_protocol.h"
 #include "sim/cable/board_kernel.h"
 
 namespace sim {
 
 struct BoardFile {
-    Descriptor connection;
+    FileDescriptor connection;
     std::string name;  // empty until the library has said it
     bool configured = false;
     Bytes written;  // its configuration

@@ -15,30 +15,23 @@ using testing::IsEmpty;
 // A client of the relay, with what it has received so far.
 class Client {
   public:
-    explicit Client(std::uint16_t port, int receive_buffer = 0)
-        : fd_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
-        if (receive_buffer > 0) {
-            setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
-        }
-        const sockaddr_in address = sim::loopback(port);
-        if (connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    explicit Client(std::uint16_t port, int receive_buffer = 0) : fd_{sim::connect_to(port, receive_buffer)} {
+        if (!fd_) {
             throw std::runtime_error("the relay does not listen");
         }
     }
-    ~Client() { close(fd_); }
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
 
     void send(const Bytes& bytes) const {
-        ASSERT_EQ(::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+        ASSERT_EQ(::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(bytes.size()));
     }
 
     // Receives once; false at the end of the connection, or when nothing came in time.
     bool receive(Milliseconds timeout = patience) {
-        pollfd entry{fd_, POLLIN, 0};
+        pollfd entry{fd_.get(), POLLIN, 0};
         Bytes piece(65'536);
         const ssize_t size = poll(&entry, 1, static_cast<int>(timeout.count())) > 0
-                                 ? recv(fd_, piece.data(), piece.size(), 0)
+                                 ? recv(fd_.get(), piece.data(), piece.size(), 0)
                                  : 0;
         if (size > 0) {
             received_.insert(received_.end(), piece.begin(), piece.begin() + size);
@@ -63,13 +56,12 @@ class Client {
     // Goes as a client does whose machine lost it: the connection is reset.
     void vanish() {
         const linger at_once = {1, 0};
-        setsockopt(fd_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
-        close(fd_);
-        fd_ = -1;
+        setsockopt(fd_.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        fd_ = {};
     }
 
   private:
-    int fd_;
+    FileDescriptor fd_;
     Bytes received_;
 };
 

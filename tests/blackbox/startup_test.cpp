@@ -101,21 +101,19 @@ TEST(Startup, NeedsNoPlaceForItsBoardFile) {
 // A taken TCP port, as a second relay on the board would take it.
 class TakenPort {
   public:
-    TakenPort() : fd_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
+    TakenPort() {
         address_.sin_family = AF_INET;
         socklen_t length = sizeof address_;
-        if (bind(fd_, reinterpret_cast<sockaddr*>(&address_), length) != 0 || listen(fd_, 1) != 0 ||
-            getsockname(fd_, reinterpret_cast<sockaddr*>(&address_), &length) != 0) {
+        if (bind(fd_.get(), reinterpret_cast<sockaddr*>(&address_), length) != 0 ||
+            listen(fd_.get(), 1) != 0 ||
+            getsockname(fd_.get(), reinterpret_cast<sockaddr*>(&address_), &length) != 0) {
             throw std::runtime_error("no TCP port");
         }
     }
-    ~TakenPort() { close(fd_); }
-    TakenPort(const TakenPort&) = delete;
-    TakenPort& operator=(const TakenPort&) = delete;
     int number() const { return ntohs(address_.sin_port); }
 
   private:
-    int fd_;
+    FileDescriptor fd_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
     sockaddr_in address_{};
 };
 

@@ -146,33 +146,28 @@ TEST(Stream, OfAClipArrivesWhole) {
 // Receives the raw stream from the relay into a capture.
 class Recorder {
   public:
-    Recorder(std::uint16_t port, const std::string& path)
-        : fd_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
-        const sockaddr_in address = sim::loopback(port);
-        if (!writer_.open(path) ||
-            connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    Recorder(std::uint16_t port, const std::string& path) : fd_{sim::connect_to(port)} {
+        if (!writer_.open(path) || !fd_) {
             throw std::runtime_error("no recorder");
         }
         thread_ = std::thread{[this] {
             std::uint8_t buffer[4096];
-            for (ssize_t count = 0; (count = recv(fd_, buffer, sizeof buffer, 0)) > 0;) {
+            for (ssize_t count = 0; (count = recv(fd_.get(), buffer, sizeof buffer, 0)) > 0;) {
                 writer_.write(formats::Direction::from_remote, {buffer, static_cast<std::size_t>(count)});
                 recorded_ += static_cast<std::uint64_t>(count);
             }
         }};
     }
-    ~Recorder() { close(fd_); }
-
     // Ends the recording once it holds that many bytes.
     bool finish(std::uint64_t bytes) {
         const bool complete = eventually([&] { return recorded_ == bytes; });
-        shutdown(fd_, SHUT_RDWR);
+        shutdown(fd_.get(), SHUT_RDWR);
         thread_.join();
         return writer_.flush() && complete;
     }
 
   private:
-    int fd_;
+    FileDescriptor fd_;
     formats::CaptureWriter writer_;
     std::atomic<std::uint64_t> recorded_{0};
     std::thread thread_;

@@ -1,6 +1,6 @@
 #include "usb/libusb-gadget/endpoint_files.h"
 
-#include "gtest/gtest.h"
+#include <gtest/gtest.h>
 
 namespace {
 usb_endpoint_descriptor endpoint(std::uint8_t address, std::uint8_t attributes) {

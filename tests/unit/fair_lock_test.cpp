@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "gmock/gmock.h"
+#include <gmock/gmock.h>
 
 namespace {
 // Waits until that many threads have asked for the lock since it was made.

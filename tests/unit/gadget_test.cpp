@@ -3,7 +3,8 @@
 #include <cerrno>
 #include <new>
 
-#include "gtest/gtest.h"
+#include <gtest/gtest.h>
+
 #include "io/usb_link.h"
 
 // ThreadSanitizer's own allocator can't be replaced; the others can.

@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "gtest/gtest.h"
+#include <gtest/gtest.h>
 
 namespace {
 // The last work of an ending with code 3: ends with 9 instead when a later caller can't be cancelled.

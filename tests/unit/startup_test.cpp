@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "gmock/gmock.h"
+#include <gmock/gmock.h>
+
 #include "startup/board.h"
 #include "startup/options.h"
 #include "startup/supervision.h"

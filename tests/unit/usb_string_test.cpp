@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "gmock/gmock.h"
+#include <gmock/gmock.h>
+
 #include "usb/libusb-gadget/usb-gadget.h"
 
 namespace {
