@@ -1,6 +1,7 @@
 #include "sim/cable/usbfs_cable.h"
 
 #include <fcntl.h>
+#include <linux/usb/ch9.h>
 #include <linux/usbdevice_fs.h>
 #include <sys/ioctl.h>
 
@@ -28,8 +29,6 @@ using namespace std::chrono_literals;
 constexpr std::uint16_t vendor_id = 0x18D1;
 constexpr std::uint16_t product_id = 0x2D00;
 constexpr unsigned interface_number = 0;
-constexpr std::uint8_t get_configuration = 8;  // USB 2.0, 9.4
-constexpr std::uint8_t set_configuration = 9;
 constexpr std::uint8_t in_address = 0x86;
 constexpr std::uint8_t out_address = 0x02;
 constexpr std::size_t packet_size = 512;       // USB 2.0, 5.8.3
@@ -249,8 +248,8 @@ ControlResult UsbfsCable::control(const SetupPacket& setup, Milliseconds timeout
     if (!session) {
         return {ControlStatus::no_answer, {}};
     }
-    if (setup.request_type == 0 && setup.request == set_configuration) {
-        const ControlResult current = control({0x80, get_configuration, 0, 0, 1}, timeout);
+    if (setup.request_type == 0 && setup.request == USB_REQ_SET_CONFIGURATION) {
+        const ControlResult current = control({0x80, USB_REQ_GET_CONFIGURATION, 0, 0, 1}, timeout);
         if (current.data == Bytes{static_cast<std::uint8_t>(setup.value)}) {
             return {ControlStatus::acknowledged, {}};
         }
