@@ -8,8 +8,13 @@
 #ifndef ARDENVUE_H
 #define ARDENVUE_H
 
+#ifdef __cplusplus
+#include <cstddef>
+#include <cstdint>
+#else
 #include <stddef.h>
 #include <stdint.h>
+#endif
 
 #ifdef __cplusplus
 #define ARDENVUE_ASSERT_LAYOUT(condition) static_assert(condition, #condition)
@@ -149,19 +154,19 @@ using GimbalFocusRecord = ::ArdenvueGimbalFocusRecord;
 using HistogramRecord = ::ArdenvueHistogramRecord;
 
 constexpr const char* frame_ring_name = ARDENVUE_FRAME_RING_NAME;
-constexpr size_t frame_slot_count = ARDENVUE_FRAME_SLOT_COUNT;
-constexpr size_t frame_slot_capacity = ARDENVUE_FRAME_SLOT_CAPACITY;
+constexpr std::size_t frame_slot_count = ARDENVUE_FRAME_SLOT_COUNT;
+constexpr std::size_t frame_slot_capacity = ARDENVUE_FRAME_SLOT_CAPACITY;
 constexpr const char* transcoding_buffer_name = ARDENVUE_TRANSCODING_BUFFER_NAME;
-constexpr size_t transcoding_buffer_size = ARDENVUE_TRANSCODING_BUFFER_SIZE;
+constexpr std::size_t transcoding_buffer_size = ARDENVUE_TRANSCODING_BUFFER_SIZE;
 constexpr const char* camera_state_name = ARDENVUE_CAMERA_STATE_NAME;
 constexpr const char* rc_raw_state_name = ARDENVUE_RC_RAW_STATE_NAME;
-constexpr uint8_t status_line_type = ARDENVUE_STATUS_LINE_TYPE;
-constexpr uint8_t record_type = ARDENVUE_RECORD_TYPE;
-constexpr uint8_t gimbal_focus_subtype = ARDENVUE_GIMBAL_FOCUS_SUBTYPE;
-constexpr uint8_t histogram_subtype = ARDENVUE_HISTOGRAM_SUBTYPE;
-constexpr uint16_t default_status_port = ARDENVUE_DEFAULT_STATUS_PORT;
-constexpr uint16_t recording_notice_port = ARDENVUE_RECORDING_NOTICE_PORT;
-constexpr uint16_t relay_port = ARDENVUE_RELAY_PORT;
+constexpr std::uint8_t status_line_type = ARDENVUE_STATUS_LINE_TYPE;
+constexpr std::uint8_t record_type = ARDENVUE_RECORD_TYPE;
+constexpr std::uint8_t gimbal_focus_subtype = ARDENVUE_GIMBAL_FOCUS_SUBTYPE;
+constexpr std::uint8_t histogram_subtype = ARDENVUE_HISTOGRAM_SUBTYPE;
+constexpr std::uint16_t default_status_port = ARDENVUE_DEFAULT_STATUS_PORT;
+constexpr std::uint16_t recording_notice_port = ARDENVUE_RECORDING_NOTICE_PORT;
+constexpr std::uint16_t relay_port = ARDENVUE_RELAY_PORT;
 constexpr const char* board_supported_path = ARDENVUE_BOARD_SUPPORTED_PATH;
 constexpr const char* video_width_path = ARDENVUE_VIDEO_WIDTH_PATH;
 constexpr const char* video_height_path = ARDENVUE_VIDEO_HEIGHT_PATH;
