@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -49,6 +50,19 @@ std::int16_t read_packet(UsbLink& link, usb_gadget_endpoint* endpoint) {
     const FairLockGuard guard{link.lock};
     return static_cast<std::int16_t>(
         usb_gadget_endpoint_read(endpoint, link.rx_buffer + link.rx_fill, usb_read_size));
+}
+
+// The receiver thread has taken the endpoint or the connection away and is about to cancel the reader, which
+// may come to its read in between.
+bool is_being_retired(const UsbLink& link, const usb_gadget_endpoint& endpoint) {
+    return endpoint.fd < 0 || link.handle->speed == 0;
+}
+
+void wait_to_be_cancelled() {
+    const Cancellable cancellable;
+    for (;;) {
+        pause();
+    }
 }
 
 // stop goes first: the receiver thread, which takes up control events again once nothing streams, must find
@@ -190,6 +204,9 @@ void* usbRead_thread(void* /*argument*/) {
             break;
         }
         const std::int16_t size = read_packet(link, endpoint);
+        if (size < 1 && is_being_retired(link, *endpoint)) {
+            wait_to_be_cancelled();
+        }
         if (size < 1) {
             end_process(exit_link_failed, "read failed\n", end_streaming);
         }

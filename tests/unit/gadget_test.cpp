@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "io/usb_link.h"
+#include "platform/thread.h"
 
 // ThreadSanitizer's own allocator can't be replaced; the others can.
 #ifndef __SANITIZE_THREAD__
@@ -49,5 +50,37 @@ TEST(Gadget, NothingIsWrittenWithoutAnEndpoint) {
     usb_link().streaming = 1;
     EXPECT_EQ(usb_write_locked({&byte, 1}), 0);
     usb_link().streaming = 0;
+}
+
+// A host that selects a configuration and takes it back, or goes, in the same moment: the reader that has
+// just been started finds its endpoint closed. That is no failed read, which would end the process.
+TEST(Gadget, AReaderWhoseEndpointWasTakenAwayWaitsToBeCancelled) {
+    usb_gadget_handle handle{};
+    usb_gadget_endpoint endpoint{};
+    endpoint.handle = &handle;
+    endpoint.fd = -1;
+    UsbLink& link = usb_link();
+    std::uint8_t buffer[usb_read_size];
+    ASSERT_EQ(fair_lock_init(link.lock), 0);
+    link.handle = &handle;
+    link.rx_buffer = buffer;
+    link.ep_out = &endpoint;
+    pthread_t reader{};
+    ASSERT_EQ(start_thread(usbRead_thread, reader, "usb-reader"), 0);
+    std::uint32_t reads = 0;
+    while (reads == 0) {
+        pthread_mutex_lock(&link.lock.mutex);
+        reads = link.lock.now_serving;
+        pthread_mutex_unlock(&link.lock.mutex);
+    }
+    void* result = nullptr;
+    pthread_cancel(reader);
+    pthread_join(reader, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_EQ(reads, 1);
+    link.rx_buffer = nullptr;
+    link.ep_out = nullptr;
+    link.handle = nullptr;
+    fair_lock_destroy(link.lock);
 }
 }  // namespace
