@@ -3,6 +3,7 @@
 // machine's own shared memory names: it refuses to run where they are in use, and removes what it made.
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -83,6 +84,7 @@ void append_frame(Bytes& stream, std::uint8_t type, std::span<const std::uint8_t
 void receive(std::span<const std::uint8_t> stream) {
     static std::array<std::uint8_t, rx_buffer_size> buffer;
     static std::uint32_t fill = 0;
+    static std::uint32_t searched = 0;
     while (!stream.empty()) {
         const std::size_t size = std::min(stream.size(), usb_read_size);
         read_endpoint(&buffer[fill], stream.data(), size);
@@ -90,7 +92,7 @@ void receive(std::span<const std::uint8_t> stream) {
         if (fill > rx_fill_limit) {
             fill = 0;
         }
-        parse_usb_stream(buffer.data(), fill);
+        parse_usb_stream(buffer.data(), fill, searched);
         stream = stream.subspan(size);
     }
 }
@@ -243,32 +245,69 @@ Bytes repeated(const Bytes& pattern, std::size_t size) {
     return bytes;
 }
 
-void receive_worst(benchmark::State& state, const Bytes& stream) {
-    const QuietStderr quiet;
-    for ([[maybe_unused]] auto iteration : state) {
-        receive(stream);
+// One second of pushes in the frames of a flight, over and over: the usual stream beside which the worst ones
+// stand.
+Bytes usual_stream(std::size_t size) {
+    std::mt19937 random{3};
+    double packets = 0;
+    const Bytes payload = one_second_of_pushes(random, packets);
+    Bytes stream;
+    while (stream.size() < size) {
+        append_frame(stream, 0x49, payload);
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
-                            static_cast<std::int64_t>(stream.size()));
+    return stream;
 }
 
-// No sync pattern, and what stands for a length is never reached: every read searches all that has gathered.
+// The ratio is what a byte of the stream costs to what one of the usual stream does, in turns.
+void receive_worst(benchmark::State& state, Bytes stream) {
+    const QuietStderr quiet;
+    Bytes usual = usual_stream(2'000'000);
+    for (Bytes* each : {&usual, &stream}) {
+        append_frame(*each, 0x49, {});  // so that the last frame before it is handled at once
+    }
+    double usual_seconds = 0;
+    double seconds = 0;
+    for ([[maybe_unused]] auto iteration : state) {
+        double start = now();
+        receive(usual);
+        usual_seconds += now() - start;
+        start = now();
+        receive(stream);
+        const double elapsed = now() - start;
+        seconds += elapsed;
+        state.SetIterationTime(elapsed);
+    }
+    const auto rounds = static_cast<double>(state.iterations());
+    const double rate = rounds * static_cast<double>(stream.size()) / seconds;
+    const double usual_rate = rounds * static_cast<double>(usual.size()) / usual_seconds;
+    state.counters["usual_MB/s"] = usual_rate / 1e6;
+    state.counters["MB/s"] = rate / 1e6;
+    state.counters["times_usual"] = usual_rate / rate;
+}
+
+// No sync pattern, and what stands for a length is never reached.
 void no_sync(benchmark::State& state) {
     receive_worst(state, repeated({0xFF}, 2'000'000));
 }
-BENCHMARK(no_sync)->Unit(benchmark::kMicrosecond);
+BENCHMARK(no_sync)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 // Almost a sync pattern, over and over.
 void almost_sync(benchmark::State& state) {
     receive_worst(state, repeated({0x55, 0xCC, 0x48, 0x57, 0xFF, 0xFF, 0x55, 0xCC}, 2'000'000));
 }
-BENCHMARK(almost_sync)->Unit(benchmark::kMicrosecond);
+BENCHMARK(almost_sync)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+// Frames without a payload, one behind the other.
+void empty_frames(benchmark::State& state) {
+    receive_worst(state, repeated({0x55, 0xCC, 0x49, 0x57, 0, 0, 0, 0}, 2'000'000));
+}
+BENCHMARK(empty_frames)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 // Zeros are frames of eight bytes, each reported with a dump.
 void dumped_zeros(benchmark::State& state) {
     receive_worst(state, Bytes(2'000'000));
 }
-BENCHMARK(dumped_zeros)->Unit(benchmark::kMicrosecond);
+BENCHMARK(dumped_zeros)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 // An "I" payload of nothing but good headers of the longest packets: each has its packet sum taken.
 void false_headers(benchmark::State& state) {
@@ -276,9 +315,21 @@ void false_headers(benchmark::State& state) {
     header.push_back(link_crc8(header));
     Bytes stream;
     append_frame(stream, 0x49, repeated(header, 40'000));
-    receive_worst(state, stream);
+    receive_worst(state, std::move(stream));
 }
-BENCHMARK(false_headers)->Unit(benchmark::kMicrosecond);
+BENCHMARK(false_headers)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+// Two SPS in turn, of 16x16 and 640x480: each says so and rewrites the two files.
+void changing_sizes(benchmark::State& state) {
+    mkdir("/run/ardenvue", 0755);  // the directory of the files; it may be there
+    Bytes stream;
+    append_frame(stream, 0x4A,
+                 Bytes{0,    0,    0,    1,    0x67, 0x64, 0x00, 0x0A, 0xAC, 0xD9, 0x5E, 0xC0, 0x44, 0x00,
+                       0x00, 0x03, 0x00, 0x04, 0x00, 0x00, 0x03, 0x00, 0xCA, 0x3C, 0x48, 0x96, 0x58});
+    append_frame(stream, 0x4A, Bytes{0, 0, 0, 1, 0x67, 0x4D, 0x00, 0x1F, 0xD7, 0xA0, 0x28, 0x0F, 0x64});
+    receive_worst(state, repeated(stream, 56'000));
+}
+BENCHMARK(changing_sizes)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 bool names_are_free() {
     return std::none_of(std::begin(shared_names), std::end(shared_names),

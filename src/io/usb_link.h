@@ -32,6 +32,7 @@ struct UsbLink {
     std::uint8_t* rx_buffer;  // heap, rx_buffer_size bytes, or null
     std::uint32_t rx_fill;
     std::atomic<std::uint8_t> is_connected;  // streaming, as the USB receiver thread last saw it
+    std::uint32_t rx_searched;               // of rx_buffer, see parse_usb_stream
 };
 
 // The one record of the process.

@@ -31,14 +31,14 @@ bool is_sync(const std::uint8_t* bytes) {
     return has_frame_marks(bytes) && (bytes[type_offset] == packets_type || bytes[type_offset] == video_type);
 }
 
-// Offset of the first sync pattern with a byte after it, or the size when there is none.
-std::size_t find_sync(std::span<const std::uint8_t> bytes) {
-    for (std::size_t position = 0; position + sync_search_size <= bytes.size(); ++position) {
-        if (is_sync(&bytes[position])) {
-            return position;
-        }
+// Offset of the first sync pattern with a byte after it, at `from` or later, or where the next search is to
+// begin when there is none.
+std::size_t find_sync(std::span<const std::uint8_t> bytes, std::size_t from) {
+    std::size_t position = from;
+    while (position + sync_search_size <= bytes.size() && !is_sync(&bytes[position])) {
+        ++position;
     }
-    return bytes.size();
+    return position;
 }
 
 void dump_frame(std::span<const std::uint8_t> frame) {
@@ -77,11 +77,12 @@ void dispatch_frame(std::span<const std::uint8_t> frame) {
 }
 }  // namespace
 
-int parse_usb_stream(std::uint8_t* buffer, std::uint32_t& fill) {
-    while (fill > frame_header_size) {
-        const std::span<const std::uint8_t> bytes{buffer, fill};
-        const std::size_t sync = find_sync(bytes);
-        const std::size_t start = sync < bytes.size() ? sync : 0;
+int parse_usb_stream(std::uint8_t* buffer, std::uint32_t& fill, std::uint32_t& searched) {
+    std::span<const std::uint8_t> bytes{buffer, fill};
+    std::size_t from = std::min<std::size_t>(searched, fill);
+    while (bytes.size() > frame_header_size) {
+        from = find_sync(bytes, from);
+        const std::size_t start = from + sync_search_size <= bytes.size() ? from : 0;
         if (start + frame_header_size > bytes.size()) {
             break;
         }
@@ -91,10 +92,20 @@ int parse_usb_stream(std::uint8_t* buffer, std::uint32_t& fill) {
             break;
         }
         dispatch_frame(bytes.subspan(start, frame_size));
-        std::memmove(buffer, buffer + end, bytes.size() - end);
-        fill = static_cast<std::uint32_t>(bytes.size() - end);
+        bytes = bytes.subspan(end);
+        from -= std::min(from, end);
     }
+    if (bytes.size() < fill) {
+        std::memmove(buffer, bytes.data(), bytes.size());
+    }
+    fill = static_cast<std::uint32_t>(bytes.size());
+    searched = static_cast<std::uint32_t>(from);
     return 0;
+}
+
+int parse_usb_stream(std::uint8_t* buffer, std::uint32_t& fill) {
+    std::uint32_t searched = 0;
+    return parse_usb_stream(buffer, fill, searched);
 }
 
 void scan_camera_packets(std::span<const std::uint8_t> payload) {

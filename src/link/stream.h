@@ -19,6 +19,11 @@
 // Returns 0 always. USB reader thread.
 int parse_usb_stream(std::uint8_t* buffer, std::uint32_t& fill);
 
+// The same, and it looks at no byte for a sync pattern twice: searched is the offset up to which there is
+// none, before and after. It belongs to these bytes as fill does: 0 with a buffer that begins anew; whoever
+// adds bytes leaves it alone. More than fill (the bytes were dropped) counts as fill.
+int parse_usb_stream(std::uint8_t* buffer, std::uint32_t& fill, std::uint32_t& searched);
+
 // Finds the verified link packets in the payload of an "I" frame and hands each to decode_camera_packet, in
 // order. What is no valid packet is skipped byte by byte, without a word. USB reader thread.
 void scan_camera_packets(std::span<const std::uint8_t> payload);

@@ -118,6 +118,7 @@ int gadget_init() {
 int gadget_open(std::uint16_t vendor_id, std::uint16_t product_id) {
     UsbLink& link = usb_link();
     link.rx_fill = 0;
+    link.rx_searched = 0;
     link.rx_buffer = new (std::nothrow) std::uint8_t[rx_buffer_size];
     if (link.rx_buffer == nullptr) {
         std::fputs("Couldn't allocate memory\n", stderr);
@@ -221,7 +222,7 @@ void* usbRead_thread(void* /*argument*/) {
             link.rx_fill = 0;
             std::fputs("Buffer overflowed\n", stderr);
         }
-        if (parse_usb_stream(link.rx_buffer, link.rx_fill) == -1) {
+        if (parse_usb_stream(link.rx_buffer, link.rx_fill, link.rx_searched) == -1) {
             end_streaming();
             break;
         }
