@@ -7,15 +7,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
-#include <mutex>
 
 #include "io/usb_link.h"
 #include "link/packet.h"
+#include "platform/fair_lock.h"
 
 // The right to build and write packets, for the length of a scope: one command's packets. Two threads build
 // packets; while one holds a run the other waits, so the packets of a command carry consecutive sequence
-// numbers, and the camera sees all numbers in the order in which they were drawn. The lock of the USB link is
-// taken inside a run, never the other way round. UDP reader and gimbal motion threads.
+// numbers, and the camera sees all numbers in the order in which they were drawn. Runs are given in the order
+// of asking: a burst of commands holds up the gimbal's packets by one command, not by the burst. The lock of
+// the USB link is taken inside a run, never the other way round. UDP reader and gimbal motion threads.
 class PacketRun {
   public:
     // Sends a copy of the template, its first payload bytes replaced by those given. It is dropped, its
@@ -29,6 +30,6 @@ class PacketRun {
     }
 
   private:
-    static inline std::mutex order_;
-    std::lock_guard<std::mutex> hold_{order_};
+    static inline FairLock order_ = fair_lock_initial;
+    FairLockGuard hold_{order_};
 };

@@ -14,6 +14,9 @@ struct FairLock {
     std::uint32_t now_serving;
 };
 
+// For a lock that lives as long as the process and needs no fair_lock_init.
+constexpr FairLock fair_lock_initial = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, 0, 0};
+
 // Both return 0, or the error number of the pthread call that failed.
 int fair_lock_init(FairLock& lock);
 int fair_lock_destroy(FairLock& lock);

@@ -231,6 +231,37 @@ TEST_F(GimbalMotion, DoesNotComeBetweenThePacketsOfACommand) {
     ASSERT_NO_FATAL_FAILURE(gimbal_->expect_stop(moving, relative_stop));
 }
 
+// Each packet waits for a read, and more commands come than there are reads: gimbal and commands take turns.
+TEST(GimbalMotionStart, ABurstOfCommandsDoesNotHoldUpTheGimbal) {
+    Gimbal gimbal;
+    Service& service = gimbal.service();
+    ASSERT_NO_FATAL_FAILURE(service.stream(Milliseconds{30}));
+    service.command(lock);
+    ASSERT_NO_FATAL_FAILURE(gimbal.wait_for(hold));
+    // Commands that wait one behind the other until the end of the case.
+    for (int i = 0; i < 150; ++i) {
+        service.command(shot);
+    }
+    ASSERT_NO_FATAL_FAILURE(gimbal.wait_for(shot_packet));
+    const auto most_shots_before = [&](const std::string& wanted, int times) {
+        int most = 0;
+        for (int i = 0; i < times; ++i) {
+            int shots = 0;
+            for (std::string packet; (packet = gimbal.next()) != wanted && shots < 100;) {
+                shots += packet == shot_packet ? 1 : 0;
+            }
+            most = std::max(most, shots);
+        }
+        return most;
+    };
+    EXPECT_LE(most_shots_before(hold, 40), 4);
+    const std::string moving = "0C F4 01 00 00 00 00 90";
+    ASSERT_NO_FATAL_FAILURE(gimbal.publish({0.5, 0, 0}));
+    EXPECT_LE(most_shots_before(moving, 2), 4);
+    ASSERT_NO_FATAL_FAILURE(gimbal.publish({0, 0, 0}));
+    EXPECT_LE(most_shots_before(relative_stop, 3), 4);
+}
+
 // Without the inputs' record the rest of the service goes on; it is asked for again, a line each time, but
 // not at every pass.
 #ifndef REAL_BOARD

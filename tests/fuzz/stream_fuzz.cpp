@@ -127,6 +127,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
 
     static std::uint8_t* const buffer = new std::uint8_t[rx_buffer_size];
     std::uint32_t fill = 0;
+    std::uint32_t searched = 0;
     Bytes plain;
     Handed expected;
     handed.clear();
@@ -140,7 +141,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
             fill = 0;
             plain.clear();
         }
-        fuzz::require(parse_usb_stream(buffer, fill) == 0, "result");
+        fuzz::require(parse_usb_stream(buffer, fill, searched) == 0, "result");
         parse(plain, expected);
         fuzz::require(handed == expected, "what was handed on");
         fuzz::require(std::equal(plain.begin(), plain.end(), buffer, buffer + fill), "what is left");
