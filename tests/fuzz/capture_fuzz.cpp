@@ -75,6 +75,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
 
     Frames whole;
     whole.reader.add(stream);
+    Frames cut;
+    for (std::span<const std::uint8_t> rest = stream; !rest.empty();) {
+        const auto piece = rest.first(std::min(rest.size(), 1 + size % 61));
+        cut.reader.add(piece);
+        rest = rest.subspan(piece.size());
+    }
+    fuzz::require(cut == whole, "frames of the stream in pieces");
     Frames replayed;
     sim::ReplaySource replay;
     const bool has_frame = replay.open(path, true, sim::Time{0});

@@ -3,7 +3,10 @@
 // builds and runs them.
 #pragma once
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -48,6 +51,15 @@ inline void require(bool agreed, const std::string& otherwise) {
         std::printf("DISAGREE: %s\n", otherwise.c_str());
         std::fflush(stdout);
         std::abort();
+    }
+}
+
+// For what another thread does: far longer than it takes, far shorter than libFuzzer waits.
+void wait_until(const std::string& what, auto is_so) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+    while (!is_so()) {
+        require(std::chrono::steady_clock::now() < limit, what);
+        usleep(50);
     }
 }
 

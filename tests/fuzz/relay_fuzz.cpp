@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include <mutex>
-#include <optional>
+#include <utility>
 
 #include "fuzz.h"
 #include "io/usb_link.h"
@@ -19,13 +19,6 @@ namespace {
 
 std::mutex to_remote_lock;
 std::string to_remote;
-
-void wait_until(const char* what, auto is_so) {
-    for (int patience = 100'000; !is_so(); --patience) {
-        fuzz::require(patience > 0, what);
-        usleep(100);
-    }
-}
 
 sockaddr_in address(std::uint32_t host, std::uint16_t port) {
     sockaddr_in result{};
@@ -79,7 +72,7 @@ void inject(const std::string& bytes, const FileDescriptor& client) {
     fuzz::require(
         send(client.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()),
         "send");
-    wait_until("what reaches the remote controller", [&] {
+    fuzz::wait_until("what reaches the remote controller", [&] {
         const std::lock_guard lock{to_remote_lock};
         return to_remote.size() >= bytes.size();
     });
@@ -115,7 +108,7 @@ int usb_write_locked(std::span<const std::uint8_t> packet) {
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input{data, size};
     FileDescriptor client = connect_client();
-    wait_until("the client is served", tcp_client_connected);
+    fuzz::wait_until("the client is served", tcp_client_connected);
     while (!input.empty()) {
         const std::uint8_t act = input.byte();
         std::string bytes(1 + act * 9U, static_cast<char>(act));
@@ -128,10 +121,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
             inject(bytes, client);
         } else if (act % 4 == 2) {
             leave(act / 4, std::move(client), piece);
-            wait_until("the client has gone", [] { return !tcp_client_connected(); });
+            fuzz::wait_until("the client has gone", [] { return !tcp_client_connected(); });
             tcp_relay_send(piece);  // kept for nobody
             client = connect_client();
-            wait_until("the next client is served", tcp_client_connected);
+            fuzz::wait_until("the next client is served", tcp_client_connected);
         } else {  // the next one waits, and is served when the first has gone
             FileDescriptor next = connect_client();
             stream(piece, client);
@@ -142,6 +135,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         }
     }
     leave(1, std::move(client), {});
-    wait_until("the last client has gone", [] { return !tcp_client_connected(); });
+    fuzz::wait_until("the last client has gone", [] { return !tcp_client_connected(); });
     return 0;
 }
