@@ -113,7 +113,10 @@ void ServiceRun::start_process(const ServiceOptions& service, const std::vector<
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, write_end.get(), STDERR_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, service.error_stream.value_or(write_end.get()), STDERR_FILENO);
+    for (int fd = STDIN_FILENO; service.error_stream == -1 && fd <= STDERR_FILENO; ++fd) {
+        posix_spawn_file_actions_addclose(&actions, fd);
+    }
     posix_spawn_file_actions_addchdir_np(&actions, service.working_directory.c_str());
     // A process group of its own, so that what it starts ends with it.
     posix_spawnattr_t attributes;

@@ -27,6 +27,9 @@ struct ServiceOptions {
     std::string working_directory;         // empty: the board's own
     // Called with what the service writes to its standard error stream, on a thread of the board's own.
     std::function<void(std::string_view)> on_errors = nullptr;
+    // Its standard error stream instead of the pipe that errors() and on_errors read; -1: none of its three
+    // standard descriptors is open.
+    std::optional<int> error_stream = std::nullopt;
 };
 
 // How the service ended.

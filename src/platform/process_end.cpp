@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/diagnostics.h"
+
 namespace {
 
 std::atomic_flag claimed = ATOMIC_FLAG_INIT;
@@ -32,5 +34,6 @@ void end_process(int code, const char* line, void (*last_work)()) {
     if (last_work != nullptr) {
         last_work();
     }
+    drain_diagnostics();
     std::exit(code);
 }

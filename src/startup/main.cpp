@@ -5,6 +5,7 @@
 #include "ardenvue.h"
 #include "commands/mainapp_link.h"
 #include "platform/clock.h"
+#include "platform/diagnostics.h"
 #include "platform/process_end.h"
 #include "startup/board.h"
 #include "startup/options.h"
@@ -65,6 +66,7 @@ void start_relay() {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    start_diagnostics();
     std::fputs("\nDJI Phantom 4 USB client\n", stderr);
     if (!check_board()) {
         end_process(exit_failed);

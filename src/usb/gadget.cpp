@@ -11,6 +11,7 @@
 #include "io/usb_link.h"
 #include "link/stream.h"
 #include "platform/clock.h"
+#include "platform/diagnostics.h"
 #include "platform/process_end.h"
 #include "platform/thread.h"
 #include "usb/loopback_device.h"
@@ -244,6 +245,7 @@ void loopback_event_cb(usb_gadget_handle* handle, const usb_gadget_event* event,
                 link.ep_out = usb_gadget_find_endpoint(handle, event->number);
                 if (!start_reader(link)) {
                     std::fputs("ardenvue: loopback_event_cb: Assertion `reader_started' failed.\n", stderr);
+                    drain_diagnostics();
                     std::abort();
                 }
             }

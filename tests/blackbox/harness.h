@@ -65,10 +65,11 @@ inline const Bytes keep_alive_frame = {0x55, 0xCC, 0x49, 0x57, 0x00, 0x00, 0x00,
 
 struct ServiceSetup {
     BoardSetup board = {};
-    std::vector<std::string> arguments = {};    // after "-s PORT" of the main application's socket
-    std::vector<std::string> environment = {};  // "NAME=value"
-    bool with_port = true;                      // false: the arguments are all there are
-    std::vector<std::string> faults = {};       // of docs/simulated-board.md, from the start
+    std::vector<std::string> arguments = {};         // after "-s PORT" of the main application's socket
+    std::vector<std::string> environment = {};       // "NAME=value"
+    bool with_port = true;                           // false: the arguments are all there are
+    std::vector<std::string> faults = {};            // of docs/simulated-board.md, from the start
+    std::optional<int> error_stream = std::nullopt;  // see sim::ServiceOptions
 };
 
 class Service {
@@ -95,6 +96,7 @@ class Service {
         expect_no_sanitizer_report();
         command_port_ = 0;
         sim::ServiceOptions options{SERVICE_PATH, {}, setup_.environment, ""};
+        options.error_stream = setup_.error_stream;
         if (setup_.with_port) {
             options.arguments = {"-s", std::to_string(main_application_.port())};
         }
