@@ -11,6 +11,7 @@ enum ExitCode : int {
     silent = 4,         // nothing arrived in time: no service, or no link to the remote controller
     not_confirmed = 5,  // sent, but the camera's state did not show it in time
     not_reported = 6,   // sent, and no report shows this setting, so there was nothing to wait for
+    different = 7,      // what arrived is not what was sent
 };
 
 constexpr const char* exit_code_help =
@@ -21,6 +22,7 @@ constexpr const char* exit_code_help =
     "  3  the status port is held by another process\n"
     "  4  nothing arrived in time: no service, or no link to the remote controller\n"
     "  5  sent, but the camera's state did not show it in time\n"
-    "  6  sent, and no report shows this setting\n";
+    "  6  sent, and no report shows this setting\n"
+    "  7  what arrived is not what was sent\n";
 
 }  // namespace ctl

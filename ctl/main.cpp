@@ -96,6 +96,20 @@ void add_relay(CLI::App& app, const BoardOptions& board, CaptureOptions& capture
     inject->callback([&] { code = run_inject(board, inject_options); });
 }
 
+void add_account(CLI::App& app, AccountOptions& options, int& code) {
+    CLI::App* account =
+        app.add_subcommand("account", "Compare what ardenvue-sim sent with what a monitor saw");
+    account->add_option("sent", options.sent, "report of ardenvue-sim run --report")
+        ->required()
+        ->check(CLI::ExistingFile);
+    account->add_option("seen", options.seen, "report of monitor --play --report")
+        ->required()
+        ->check(CLI::ExistingFile);
+    account->add_option("--picture-size", options.picture_size,
+                        "of the clip, 1920x1080; compared when given");
+    account->callback([&] { code = run_account(options); });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
@@ -106,6 +120,7 @@ int main(int argc, char** argv) try {
     VideoOptions video;
     CaptureOptions capture;
     InjectOptions inject;
+    AccountOptions account;
     int code = done;
 
     CLI::App app{"Sees and uses a running ardenvue service, as a main application does."};
@@ -118,6 +133,7 @@ int main(int argc, char** argv) try {
     add_send(app, board, send, code);
     add_video(app, board, video, code);
     add_relay(app, board, capture, inject, code);
+    add_account(app, account, code);
     catch_stop_signals();
     try {
         app.parse(argc, argv);

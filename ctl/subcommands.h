@@ -53,4 +53,11 @@ struct MonitorOptions {
 };
 int run_monitor(const BoardOptions& board, const MonitorOptions& options);
 
+struct AccountOptions {
+    std::string sent;          // report of the simulator
+    std::string seen;          // report of a monitor that saw all of it
+    std::string picture_size;  // of the clip, "1920x1080"; empty: not compared
+};
+int run_account(const AccountOptions& options);
+
 }  // namespace ctl

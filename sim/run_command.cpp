@@ -82,7 +82,8 @@ int run(const RunOptions& options, const std::atomic<bool>& stop) try {
     Board board{board_options};
     Session session{
         board.cable(),
-        {[&] { start(board, options); }, [&](Milliseconds timeout) { return wait_for_end(board, timeout); }},
+        {[&] { start(board, options); }, [&](Milliseconds timeout) { return wait_for_end(board, timeout); },
+         [&] { return board.cpu_seconds(); }},
         options.session};
     const std::string obstacle = session.prepare();
     if (!obstacle.empty()) {

@@ -110,6 +110,7 @@ bool Session::run(const std::atomic<bool>& stop) {
         play(player, stop);
     }
     played_ = stopwatch_->now();
+    cpu_seconds_ = service_.cpu_seconds();
     tally_ = player.tally();
     transfers_ = player.transfers_received();
     return problems().empty();

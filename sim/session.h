@@ -33,6 +33,8 @@ struct Service {
     // Its exit code when it has ended, or 128 and the signal that ended it; none when it still runs after the
     // time.
     std::function<std::optional<int>(Milliseconds)> wait_for_end;
+    // Processor time that it has used since its last start.
+    std::function<double()> cpu_seconds;
 };
 
 class Session {
@@ -80,6 +82,7 @@ class Session {
     std::uint64_t corrupted_packets_ = 0;
     unsigned starts_ = 0;
     Time played_{0};
+    double cpu_seconds_ = 0;
 };
 
 }  // namespace sim

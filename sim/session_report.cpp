@@ -37,6 +37,7 @@ bool Session::write_report() const {
     line("RESULT", all.empty() ? "well" : "problems");
     line("SECONDS", seconds_text(played_));
     line("SERVICE_STARTS", std::to_string(starts_));
+    line("SERVICE_CPU_SECONDS", std::to_string(cpu_seconds_));
     line("VIDEO_FRAMES", std::to_string(tally_.video.frames));
     line("VIDEO_BYTES", std::to_string(tally_.video.bytes));
     line("VIDEO_DIGEST", digest);

@@ -216,6 +216,34 @@ TEST(CtlAlone, SaysWhatIsMissing) {
     }
 }
 
+TEST(CtlAlone, ComparesWhatWasSentWithWhatArrived) {
+    const std::string sent = testing::TempDir() + "sent." + std::to_string(getpid());
+    const std::string seen = testing::TempDir() + "seen." + std::to_string(getpid());
+    std::ofstream{seen} << R"({"ring":{"frames":450,"bytes":2395375,"digest":"468ed479978ff200"},)"
+                           R"("script":{"commands":2,"confirmed":2},"picture_size":"1920x1080"})";
+    const std::string account = "VIDEO_FRAMES=450\nVIDEO_BYTES=2395375\nVIDEO_DIGEST=468ed479978ff200\n";
+    const struct {
+        std::string report;
+        const char* size;
+        int code;
+        const char* said;
+    } cases[] = {
+        {"RESULT=well\n" + account, "1920x1080", ctl::done, "468ed479978ff200   same\n"},
+        {"RESULT=well\n" + account, "1280x720", ctl::different, "1920x1080   DIFFERENT\n"},
+        {"RESULT=well\n" + account + "VIDEO_BYTES=2395376\n", "1920x1080", ctl::different, "DIFFERENT\n"},
+        {"RESULT=problems\n" + account + "PROBLEM=a=b\n", "1920x1080", ctl::different, "complains: a=b\n"},
+        {"", "1920x1080", ctl::unusable, "is no report"},
+    };
+    for (const auto& c : cases) {
+        std::ofstream{sent} << c.report;
+        const Result result = run_ctl("account " + sent + " " + seen + " --picture-size " + c.size);
+        EXPECT_EQ(result.code, c.code) << c.report;
+        EXPECT_THAT(result.output, HasSubstr(c.said)) << c.report;
+    }
+    fs::remove(sent);
+    fs::remove(seen);
+}
+
 TEST(CtlAlone, InjectsAFileInPacketsOfTheLink) {
     Service service;
     service.stream();
