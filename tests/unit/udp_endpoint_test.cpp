@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
@@ -52,6 +53,7 @@ class Journal {
 };
 
 Journal journal;
+std::mutex gate;  // no datagram is handled while the test holds it
 
 std::string describe(std::span<const std::uint8_t> datagram) {
     const auto* text = reinterpret_cast<const char*>(datagram.data());
@@ -62,7 +64,11 @@ class UdpEndpointTest : public testing::Test {
   protected:
     static void SetUpTestSuite() {
         const UdpHandlers handlers{
-            .on_datagram = [](auto datagram, const char*, std::uint16_t) { journal.add(describe(datagram)); },
+            .on_datagram =
+                [](auto datagram, const char*, std::uint16_t) {
+                    const std::lock_guard lock{gate};
+                    journal.add(describe(datagram));
+                },
             .on_peer_found = [] { journal.add("found"); },
             .on_peer_lost = [] { journal.add("lost"); },
         };
@@ -124,6 +130,33 @@ TEST_F(UdpEndpointTest, DatagramsOfEverySizeReadAsTexts) {
     EXPECT_THAT(journal.take(5),
                 ElementsAre("found", "10000 bytes, text of 10000", "10000 bytes, text of 10000",
                             "9999 bytes, text of 9999", "5 bytes, text of 5"));
+}
+
+TEST_F(UdpEndpointTest, KeepsTwoThousandCommandsUntilTheirTurn) {
+    const int wanted = 2'000'000;
+    int granted = 0;
+    socklen_t length = sizeof granted;
+    for (const int option : {SO_RCVBUF, SO_RCVBUFFORCE}) {
+        setsockopt(client.get(), SOL_SOCKET, option, &wanted, sizeof wanted);
+    }
+    getsockopt(client.get(), SOL_SOCKET, SO_RCVBUF, &granted, &length);
+    if (granted < 2 * wanted) {
+        GTEST_SKIP() << "the kernel's limit is net.core.rmem_max here";
+    }
+    {
+        const std::lock_guard lock{gate};
+        for (int i = 0; i < 2000; ++i) {
+            send(R"(!{"cmd":"video_resolution","param":"3840x2160@30"})");
+        }
+    }
+    send("the last");
+    std::vector<std::string> events;
+    while (events.empty() || events.back() != "8 bytes, text of 8") {
+        const std::vector<std::string> more = journal.take(1);
+        ASSERT_FALSE(more.empty());
+        events.insert(events.end(), more.begin(), more.end());
+    }
+    EXPECT_EQ(std::count(events.begin(), events.end(), "50 bytes, text of 50"), 2000);
 }
 
 TEST_F(UdpEndpointTest, AHostThatIsNoAddressGetsNothing) {
