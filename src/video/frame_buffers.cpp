@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cassert>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -29,12 +30,20 @@ void* open_buffer(const char* name, std::size_t size) {
 
 void clear_if_requested() {
     if (load_relaxed(ring->clear_request) != 0) {
-        std::memset(static_cast<void*>(ring), 0, sizeof *ring);
+        // The header first: who copies a slot meanwhile and finds zeros in it finds the header cleared, too.
+        std::memset(static_cast<void*>(ring), 0, offsetof(FrameRing, slots));
+        std::atomic_thread_fence(std::memory_order_release);
+        std::memset(static_cast<void*>(ring->slots), 0, sizeof ring->slots);
         std::fputs("Clear frame shared memory\n", stderr);
     }
 }
 
 void fill_slot(FrameSlot& slot, std::span<const std::uint8_t> payload) {
+    // A release store keeps what is written before it from being seen later, not what is written after it
+    // from being seen earlier: without this fence a processor that reorders may show the new payload of a
+    // slot while the newest frame number, by which a reader judges its copy of the slot, is still two frames
+    // old.
+    std::atomic_thread_fence(std::memory_order_release);
     std::memcpy(slot.payload, payload.data(), payload.size());
     store_release(slot.length_low, static_cast<std::uint16_t>(payload.size()));
     store_release(slot.length_high, static_cast<std::uint16_t>(payload.size() >> 16));
