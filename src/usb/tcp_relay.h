@@ -34,9 +34,11 @@ void* tcp_accept_thread(void*);
 // Any thread.
 bool tcp_client_connected();
 
-// Sends one piece to the client, if there is one. Blocks for 2 seconds at most, while the kernel's buffer is
-// full. A piece that does not leave whole would tear a hole into the stream, so its connection counts as
-// failed from then on: nothing more is sent to it, and the accept thread drops it. USB reader thread.
+// Sends one piece to the client, if there is one. Waits while the kernel's buffer is full, but not more than
+// 2 s in any 60 s for all clients together (WaitBudget): whoever needs more is dropped with a line, and those
+// in the backlog stay there until a second of waiting is back. A piece that does not leave whole would tear a
+// hole into the stream, so its connection counts as failed from then on: nothing more is sent to it, and the
+// accept thread drops it. USB reader thread.
 void tcp_relay_send(std::span<const std::uint8_t> data);
 
 // The handler for what the client sends: writes each piece to the remote controller; pieces that the USB link
