@@ -5,6 +5,7 @@
 #include "io/usb_link.h"
 #include "platform/clock.h"
 #include "platform/process_end.h"
+#include "platform/shared_memory.h"
 #include "startup/companion.h"
 
 namespace {
@@ -29,6 +30,7 @@ void supervise() {
         if (pass % companion_passes == 0 && usb_streaming()) {
             keep_companion_running();
         }
+        restore_shared_memory();
         sleep_ms(period_ms);
     }
 }

@@ -20,13 +20,15 @@ namespace {
 
 constexpr std::uint32_t link_down_wait_ms = 100;
 constexpr std::uint32_t pass_ms = 20;
-// A record that can't be had is asked for again at this pace: each try writes its line.
-constexpr std::uint32_t no_record_wait_ms = 1000;
 constexpr int stop_packets = 3;
+
+// A second. A record that can't be had is asked for again at this pace: each try writes its line.
+constexpr std::uint32_t passes_between_looks = 50;
 
 // What the gimbal motion thread works with.
 struct RcPoller {
-    const ardenvue::RcRawState* mapping;
+    ardenvue::RcRawState* mapping;
+    bool is_current;  // the name leads to what is mapped
     double inputs[3];
     std::atomic<MovementMode> movement_mode;
     bool moving;
@@ -35,9 +37,27 @@ struct RcPoller {
 
 RcPoller poller{};
 
-// The writing process has no handshake: one copy, then only the copy is looked at.
+// The writing process has no handshake: one copy, then only the copy is looked at. A record that the writer
+// has unlinked holds what it wrote last, for ever: that is no motion.
 void read_inputs() {
-    std::memcpy(poller.inputs, poller.mapping->motion_input, sizeof poller.inputs);
+    if (poller.is_current) {
+        std::memcpy(poller.inputs, poller.mapping->motion_input, sizeof poller.inputs);
+    } else {
+        std::fill(std::begin(poller.inputs), std::end(poller.inputs), 0.0);
+    }
+}
+
+// Asks for a record that there is none of yet, and takes up one that the writer made anew.
+void look_for_record() {
+    if (poller.mapping != nullptr && shared_memory_name(poller.mapping) == SharedMemoryName::to_another) {
+        unmap_shared_memory(poller.mapping);
+        poller.mapping = nullptr;
+    }
+    if (poller.mapping == nullptr) {
+        poller.mapping = open_rc_raw_state();
+    }
+    poller.is_current =
+        poller.mapping != nullptr && shared_memory_name(poller.mapping) == SharedMemoryName::to_it;
 }
 
 bool any_input() {
@@ -98,16 +118,13 @@ int start_rc_poller() {
 }
 
 void* rc_poller_thread(void*) {
-    for (;;) {
+    for (std::uint32_t pass = 0;; ++pass) {
         while (!usb_is_connected()) {
             sleep_ms(link_down_wait_ms);
+            pass = 0;
         }
-        if (poller.mapping == nullptr) {
-            poller.mapping = open_rc_raw_state();
-        }
-        if (poller.mapping == nullptr) {
-            sleep_ms(no_record_wait_ms);
-            continue;
+        if (pass % passes_between_looks == 0) {
+            look_for_record();
         }
         run_pass();
         sleep_ms(pass_ms);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "ardenvue.h"
 #include "platform/relaxed.h"
@@ -16,6 +17,7 @@ using ardenvue::FrameSlot;
 
 namespace {
 FrameRing* ring = nullptr;
+void* transcoding = nullptr;
 std::uint16_t frame_counter = 0;
 
 // Null when the object can't be had.
@@ -56,6 +58,8 @@ void fill_slot(FrameSlot& slot, std::span<const std::uint8_t> payload) {
 }  // namespace
 
 int init_frame_buffers() {
+    unmap_shared_memory(std::exchange(ring, nullptr));
+    unmap_shared_memory(std::exchange(transcoding, nullptr));
     remove_picture_size_files();
     std::fprintf(stderr, "Init frame buffer %d bytes\n", static_cast<int>(sizeof(FrameRing)));
     frame_counter = 0;
@@ -65,8 +69,8 @@ int init_frame_buffers() {
     }
     std::fprintf(stderr, "Init frame buffer for transcoding %d bytes\n",
                  static_cast<int>(ardenvue::transcoding_buffer_size));
-    return open_buffer(ardenvue::transcoding_buffer_name, ardenvue::transcoding_buffer_size) != nullptr ? 0
-                                                                                                        : 1;
+    transcoding = open_buffer(ardenvue::transcoding_buffer_name, ardenvue::transcoding_buffer_size);
+    return transcoding != nullptr ? 0 : 1;
 }
 
 void publish_video_frame(std::span<const std::uint8_t> payload) {

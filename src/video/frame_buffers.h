@@ -6,8 +6,8 @@
 
 // Opens or creates the frame ring and the transcoding buffer with their memory reserved, and sets each to its
 // first state: byte 0 is 1, the rest 0. Removes the picture-size files of an earlier run. Returns 0, or 1
-// when an object can't be opened, sized, reserved or mapped. Main thread, once, before any frame is
-// published.
+// when an object can't be opened, sized, reserved or mapped. Main thread, before any frame is
+// published; called again it gives up the buffers of before.
 int init_frame_buffers();
 
 // Publishes one payload of live video, 1 to 65,535 bytes of H.264 byte stream, as the next frame of the ring;

@@ -1,6 +1,9 @@
 // The gimbal follows the inputs that another process publishes: packets by movement mode, stop and hold
 // packets, and their order among the packets of commands. Every packet's sums and sequence number are checked
 // throughout.
+#include <fcntl.h>
+#include <sys/mman.h>
+
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -309,6 +312,37 @@ TEST(GimbalMotionStart, TheFirstPacketCarriesTheFirstNumber) {
         ASSERT_NO_FATAL_FAILURE(gimbal.restart());
         ASSERT_TRUE(service.said(opened));
     }
+}
+
+// Another process may make the record shorter, or unlink it and make it anew: what can't be read is no
+// motion, and the record is taken up as soon as it is there again.
+TEST(GimbalMotionStart, StopsForARecordThatWasTakenAwayUntilItIsBack) {
+    Gimbal gimbal;
+    gimbal.stream();
+    sim::ServiceRun& board = gimbal.service().board();
+    const std::string name = board.shm_name("/shared_rc_raw");
+    const auto moves = [&] {
+        gimbal.publish({0.5, 0, 0});
+        ASSERT_NO_FATAL_FAILURE(gimbal.wait_for("0C F4 01 00 00 00 00 90"));
+    };
+    const auto stops = [&] {
+        ASSERT_NO_FATAL_FAILURE(gimbal.wait_for(relative_stop));
+        ASSERT_NO_FATAL_FAILURE(gimbal.expect_only({relative_stop, relative_stop}));
+    };
+
+    ASSERT_NO_FATAL_FAILURE(moves());
+    const FileDescriptor record{shm_open(name.c_str(), O_RDWR | O_TRUNC, 0)};
+    ASSERT_NO_FATAL_FAILURE(stops());
+    ASSERT_TRUE(gimbal.service().said("Shared memory /shared_rc_raw was made shorter"));
+    ASSERT_EQ(ftruncate(record.get(), 1504), 0);
+    ASSERT_TRUE(gimbal.service().said("Shared memory /shared_rc_raw has its size again\n"));
+    ASSERT_NO_FATAL_FAILURE(moves());
+
+    ASSERT_EQ(shm_unlink(name.c_str()), 0);
+    ASSERT_NO_FATAL_FAILURE(stops());
+    board.create_shared_memory("/shared_rc_raw", 1504);
+    ASSERT_TRUE(gimbal.service().said(opened));
+    ASSERT_NO_FATAL_FAILURE(moves());
 }
 
 }  // namespace
