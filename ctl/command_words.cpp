@@ -44,7 +44,8 @@ std::string plain_number(double number) {
 std::string with_arguments(const CommandRow& row) {
     std::string text{row.words};
     for (const Argument& argument : row.arguments) {
-        text += " " + std::string{argument.name};
+        text += ' ';
+        text += argument.name;
     }
     return text;
 }

@@ -57,7 +57,8 @@ int main(int argc, char** argv) {
             continue;  // a binary record; they come too
         }
         // With a comma in front, a key is found only where a pair begins.
-        const std::string line = "," + std::string(buffer + 1, static_cast<std::size_t>(size - 1));
+        std::string line = ",";
+        line.append(buffer + 1, static_cast<std::size_t>(size - 1));
         service = source;
         if (!sent) {
             sent = sendto(fd, command.data(), command.size(), 0, reinterpret_cast<const sockaddr*>(&service),

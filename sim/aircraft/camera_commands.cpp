@@ -98,7 +98,10 @@ std::string shutter_name(std::uint16_t value, std::uint8_t digits) {
     const bool fraction = (value & 0x8000) != 0;
     std::string text = fraction ? "1/" : "";
     text += std::to_string(value & 0x7FFF);
-    text += digits == 0 ? "" : "." + std::to_string(digits);
+    if (digits != 0) {
+        text += '.';
+        text += std::to_string(digits);
+    }
     text += fraction ? "" : "\"";
     return text;
 }
