@@ -210,8 +210,9 @@ std::string command_overview() {
             }
             line = "      " + std::string{argument.name} + ":";
             for (const Choice& choice : argument.choices) {
-                const std::string item =
-                    " " + std::string{choice.word} + (&choice == &argument.choices.back() ? "" : ",");
+                std::string item{" "};
+                item += choice.word;
+                item += &choice == &argument.choices.back() ? "" : ",";
                 if (line.size() + item.size() > page_width) {
                     text += line + "\n";
                     line = "       ";

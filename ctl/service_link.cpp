@@ -31,7 +31,8 @@ std::optional<sockaddr_in> parse_address(const std::string& host, std::uint16_t 
 }
 
 bool send_to(int fd, const sockaddr_in& address, std::string_view json) {
-    const std::string datagram = "!" + std::string{json};
+    std::string datagram{"!"};
+    datagram += json;
     return sendto(fd, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&address),
                   sizeof address) == static_cast<ssize_t>(datagram.size());
 }
