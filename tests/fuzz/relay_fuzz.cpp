@@ -7,6 +7,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <mutex>
 #include <utility>
 
@@ -16,6 +18,10 @@
 #include "usb/tcp_relay.h"
 
 namespace {
+
+// Of the loopback network.
+constexpr std::uint32_t first_address = 0x7F010001;
+constexpr std::uint32_t last_address = 0x7FFFFF00;
 
 std::mutex to_remote_lock;
 std::string to_remote;
@@ -45,14 +51,14 @@ std::uint16_t start_server() {
 // out.
 FileDescriptor connect_client() {
     static const std::uint16_t port = start_server();
-    static std::uint32_t own = 0x7F010001;
+    static std::uint32_t own = first_address + static_cast<std::uint32_t>(getpid()) % 0xF0'0000;
     FileDescriptor client{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
     const sockaddr_in from = address(own, 0);
-    own = own == 0x7FFFFF00 ? 0x7F010001 : own + 1;
+    own = own == last_address ? first_address : own + 1;
     const sockaddr_in server = address(INADDR_LOOPBACK, port);
     fuzz::require(bind(client.get(), general(from), sizeof from) == 0 &&
                       connect(client.get(), general(server), sizeof server) == 0,
-                  "connect");
+                  std::string{"connect: "} + std::strerror(errno));
     return client;
 }
 
@@ -79,17 +85,18 @@ void inject(const std::string& bytes, const FileDescriptor& client) {
     fuzz::require(std::exchange(to_remote, {}) == bytes, "other bytes reach the remote controller");
 }
 
-// With a reset (which may take along what is under way) or in order, perhaps under a piece of the stream.
+// With a reset (which may take along what is under way) or, at times, in order, perhaps under a piece of the
+// stream. The kernel remembers each connection that ended in order for a minute, and has room for so many.
 void leave(std::uint8_t how, FileDescriptor client, std::span<const std::uint8_t> piece) {
     const linger reset{.l_onoff = 1, .l_linger = 0};
-    if ((how & 1) != 0) {
+    if (how % 8 != 0) {
         setsockopt(client.get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
     }
-    if ((how & 2) != 0) {
+    if ((how & 8) != 0) {
         shutdown(client.get(), SHUT_WR);
     }
     client = FileDescriptor{};
-    if ((how & 4) != 0) {
+    if ((how & 16) != 0) {
         tcp_relay_send(piece);
         tcp_relay_send(piece);
     }
@@ -129,7 +136,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
             FileDescriptor next = connect_client();
             stream(piece, client);
             fuzz::require(recv(next.get(), bytes.data(), 1, MSG_DONTWAIT) < 0, "two clients at a time");
-            leave(static_cast<std::uint8_t>(act / 4 & 3), std::move(client), piece);
+            leave(act / 4 & 15, std::move(client), piece);
             client = std::move(next);
             inject(bytes, client);
         }
