@@ -29,8 +29,8 @@ class Simulator : public testing::Test {
     void SetUp() override { fs::create_directories(directory); }
     void TearDown() override { fs::remove_all(directory); }
 
-    void run(const std::string& arguments, const std::string& before = "") {
-        const std::string command = before + SIM_PATH + " run " + arguments + " 2>&1";
+    void run(const std::string& arguments) {
+        const std::string command = "exec 2>&1; " SIM_PATH " run " + arguments;
         std::FILE* const output = popen(command.c_str(), "r");
         ASSERT_NE(output, nullptr);
         std::array<char, 4096> buffer{};
@@ -48,7 +48,7 @@ class Simulator : public testing::Test {
 };
 
 TEST_F(Simulator, RunsTheServiceAndReports) {
-    run("--seconds 1 --fault unplug@0.3:0.1 --fault corrupt --fault garbage --report " + directory.string() +
+    run("--seconds 3 --fault unplug@2:0.1 --fault corrupt --fault garbage --report " + directory.string() +
         "/report --log " + directory.string() + "/log --board-dir " + directory.string() +
         "/board -- -s 5999");
     EXPECT_EQ(code, 0) << said;
@@ -69,8 +69,10 @@ TEST_F(Simulator, RunsTheServiceAndReports) {
 
 TEST_F(Simulator, StopsWhenTold) {
     for (const char* signal : {"INT", "TERM"}) {
-        run("--no-video --report " + directory.string() + "/report",
-            std::string{"timeout --preserve-status -s "} + signal + " 4 ");
+        const std::string output = directory.string() + "/output";
+        run("--no-video --report " + directory.string() + "/report >" + output +
+            " & until grep -qsE 'enumerated|PROBLEM' " + output + "; do sleep 0.1; done; kill -" + signal +
+            " $!; wait $!; code=$?; cat " + output + "; rm " + output + "; (exit $code)");
         EXPECT_EQ(code, 0) << said;
         EXPECT_THAT(said, HasSubstr("All is well."));
         EXPECT_THAT(file("report"), AllOf(HasSubstr("RESULT=well\n"), HasSubstr("VIDEO_FRAMES=0\n")));

@@ -153,14 +153,27 @@ class Recorder {
         thread_ = std::thread{[this] {
             std::uint8_t buffer[4096];
             for (ssize_t count = 0; (count = recv(fd_.get(), buffer, sizeof buffer, 0)) > 0;) {
-                writer_.write(formats::Direction::from_remote, {buffer, static_cast<std::size_t>(count)});
-                recorded_ += static_cast<std::uint64_t>(count);
+                const std::span piece{buffer, static_cast<std::size_t>(count)};
+                writer_.write(formats::Direction::from_remote, piece);
+                recorded_ += piece.size();
+                last_ = piece.back();
             }
         }};
     }
-    // Ends the recording once it holds that many bytes.
+    // Waits until the stream is passed on to it: the line that says so comes a moment before. What is sent
+    // for that, frames whose content is no packet, does not count.
+    bool begin(Service& service) {
+        Bytes frame = {0x55, 0xCC, 0x49, 0x57, 0x01, 0x00, 0x00, 0x00, 0x00};
+        const bool passed_on = eventually([&] {
+            frame.back() = static_cast<std::uint8_t>(frame.back() % 0x40 + 1);
+            return service.send(frame) && eventually([&] { return last_ == frame.back(); }, 200ms);
+        });
+        before_ = recorded_;
+        return passed_on;
+    }
+    // Ends the recording once it holds that many bytes since.
     bool finish(std::uint64_t bytes) {
-        const bool complete = eventually([&] { return recorded_ == bytes; });
+        const bool complete = eventually([&] { return recorded_ - before_ == bytes; });
         shutdown(fd_.get(), SHUT_RDWR);
         thread_.join();
         return writer_.flush() && complete;
@@ -170,6 +183,8 @@ class Recorder {
     FileDescriptor fd_;
     formats::CaptureWriter writer_;
     std::atomic<std::uint64_t> recorded_{0};
+    std::atomic<std::uint8_t> last_{0};  // byte of the last piece
+    std::uint64_t before_ = 0;
     std::thread thread_;
 };
 
@@ -198,7 +213,7 @@ TEST(Stream, ReplayedFromACaptureIsTheSame) {
         const auto port = playing.service.board().relay_port(patience);
         ASSERT_TRUE(port);
         Recorder recorder{*port, path};
-        ASSERT_TRUE(playing.service.said("Client connected"));
+        ASSERT_TRUE(recorder.begin(playing.service));
         playing.play_in_background(std::make_unique<sim::LiveSource>(clip("1280x720"), playing.camera,
                                                                      sim::LiveSource::Options{20, false, {}},
                                                                      playing.stopwatch.now()));
