@@ -182,13 +182,14 @@ TEST(Startup, ControllerThatRefusesTheConfigurationEndsIt) {
 // A directory with a pidof that logs how it was called, and answers what the test put there.
 class FakePidof {
   public:
-    explicit FakePidof(const std::string& answer) : directory_{testing::TempDir() + "pidof.XXXXXX"} {
+    explicit FakePidof(const std::string& answer, const std::string& last_command = "")
+        : directory_{testing::TempDir() + "pidof.XXXXXX"} {
         if (mkdtemp(directory_.data()) == nullptr) {
             throw std::runtime_error(directory_);
         }
         std::ofstream{directory_ + "/answer"} << answer;
-        write_script(directory_ + "/pidof",
-                     "echo \"$@\" >> " + directory_ + "/calls\ncat " + directory_ + "/answer\n");
+        write_script(directory_ + "/pidof", "echo \"$@\" >> " + directory_ + "/calls\ncat " + directory_ +
+                                                "/answer\n" + last_command);
     }
     ~FakePidof() { std::filesystem::remove_all(directory_); }
     FakePidof(const FakePidof&) = delete;
@@ -211,7 +212,8 @@ class FakePidof {
 
 // A service whose companion can be looked for and started.
 struct WithCompanion {
-    explicit WithCompanion(const std::string& pidof_answer) : pidof{pidof_answer} {
+    explicit WithCompanion(const std::string& pidof_answer, const std::string& last_command = "")
+        : pidof{pidof_answer, last_command} {
         ServiceSetup setup;
         setup.environment = {pidof.path_variable()};
         service = std::make_unique<Service>(setup);
@@ -237,21 +239,40 @@ TEST(Supervision, KeepsTheCompanionRunningWhileDataFlows) {
     WithCompanion nonsense{"none\n"};
     WithCompanion running{"4711 4712\n"};
     WithCompanion unknown{""};
+    WithCompanion missing{""};
+    std::filesystem::remove(missing.place() / "linkagent");
+    WithCompanion hanging{"", "exec sleep 60\n"};
     unknown.service->board().set_fault("popen");
-    for (WithCompanion* one : {&absent, &nonsense, &running, &unknown}) {
-        ASSERT_NO_FATAL_FAILURE(one->service->stream());
+    std::vector<std::thread> hosts;  // side by side: a service waits five seconds for its host
+    for (WithCompanion* one : {&absent, &nonsense, &running, &unknown, &missing, &hanging}) {
+        hosts.emplace_back([one] { one->service->stream(); });
     }
+    for (std::thread& host : hosts) {
+        host.join();
+    }
+    ASSERT_FALSE(HasFatalFailure());
     EXPECT_TRUE(eventually([&] { return absent.companions_started() >= 1; }));
     EXPECT_TRUE(eventually([&] { return nonsense.companions_started() >= 1; }));
     // Where pidof can't be run nothing is started, until it can.
     EXPECT_EQ(unknown.companions_started(), 0);
     EXPECT_EQ(unknown.pidof.calls(), "");
     unknown.service->board().set_fault("popen", false);
+    // The watchdog does not wait for a pidof that hangs.
+    EXPECT_TRUE(eventually([&] { return hanging.pidof.calls() == "linkagent\n"; }));
+    hanging.service->stop_keep_alive();
+    EXPECT_EQ(hanging.service->end_code(), 2);
     // Asked again five seconds later, and started again if need be.
     EXPECT_TRUE(eventually([&] { return absent.companions_started() >= 2; }));
     EXPECT_TRUE(eventually([&] { return unknown.companions_started() >= 1; }));
     EXPECT_TRUE(eventually([&] { return running.pidof.calls() == "linkagent\nlinkagent\n"; }));
     EXPECT_EQ(running.companions_started(), 0);
+    // That there is none is said once, and an executable that comes later is started.
+    EXPECT_TRUE(eventually([&] { return missing.pidof.calls() == "linkagent\nlinkagent\n"; }));
+    FakePidof::write_script(missing.place() / "linkagent", "touch started.$$\n");
+    EXPECT_TRUE(eventually([&] { return missing.companions_started() >= 1; }));
+    EXPECT_TRUE(missing.service->said("not found"));
+    const std::string errors = missing.service->board().errors();
+    EXPECT_EQ(errors.find("not found"), errors.rfind("not found"));
 }
 
 TEST(Supervision, EndsTheProcessWhenNoCameraComes) {
