@@ -18,6 +18,7 @@ enum class Kind : std::uint8_t {
     stall = 's',      // the request was refused; its number
     answer = 'd',     // data stage towards the host; the request's number, then the data
     transfer = 't',   // a write to an IN endpoint; answered with taken
+    withdraw = 'w',   // a signal interrupted the write: answered with withdrawn, unless taken went first
     halt = 'h',       // a transfer in the wrong direction on a data endpoint
     clear_halt = 'l',
 
@@ -27,6 +28,7 @@ enum class Kind : std::uint8_t {
     forced_event = 'E',  // up to event_batch of them, appended whatever is pending
     packet = 'p',        // one packet to an OUT endpoint
     taken = 'k',         // the host has taken the write
+    withdrawn = 'W',     // the host never will
 };
 
 struct Result {
@@ -40,7 +42,7 @@ constexpr std::size_t event_batch = 8;
 struct Event {
     std::uint8_t record[event_size];  // usb_gadgetfs_event
     std::uint8_t request;             // number of the request, of a setup event
-    std::uint8_t can_stall;           // whether the kernel lets a request without data stage be refused
+    std::uint8_t can_stall;           // whether the kernel lets a request towards the device be refused
 };
 static_assert(sizeof(Event) == 14 && std::is_trivially_copyable_v<Event>);
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "sim/board_library/messages.h"
 
@@ -21,20 +22,29 @@ static_assert(sizeof(usb_gadgetfs_event) == event_size);
 struct ControlEndpoint {
     Event queue[16];
     std::atomic<std::size_t> pending{0};
-    bool in_setup = false;  // the last event handed out was a setup that is not answered yet
-    Event setup{};
+    bool in_setup = false;      // the last event handed out was a setup that is not answered yet
+    bool is_overtaken = false;  // by another setup, which is told once
+    Event setup{};              // the newest: what answers it is judged by
 };
 ControlEndpoint control;
 
 // drivers/usb/gadget/legacy/inode.c, next_event: a connect or a disconnect makes all pending events void, a
 // setup or a suspend the pending one of its kind.
+usb_gadgetfs_event_type type_of(const Event& event) {
+    usb_gadgetfs_event record;
+    std::memcpy(&record, event.record, sizeof record);
+    return record.type;
+}
+
+void note_overtaking(const Event& event) {
+    if (control.in_setup && type_of(event) == GADGETFS_SETUP) {
+        control.is_overtaken = true;
+        control.setup = event;
+    }
+}
+
 void queue_event(const Event& event, bool as_kernel) {
     std::size_t pending = control.pending;
-    const auto type_of = [](const Event& one) {
-        usb_gadgetfs_event record;
-        std::memcpy(&record, one.record, sizeof record);
-        return record.type;
-    };
     const usb_gadgetfs_event_type type = type_of(event);
     if (as_kernel && (type == GADGETFS_CONNECT || type == GADGETFS_DISCONNECT)) {
         pending = 0;
@@ -61,6 +71,7 @@ bool collect_events(int fd, int flags) {
         }
         for (std::size_t index = 0; index < received.size / sizeof(Event); ++index) {
             queue_event(events[index], received.kind == Kind::event);
+            note_overtaking(events[index]);
         }
     }
 }
@@ -77,9 +88,7 @@ ssize_t read_events(int fd, void* buffer, std::size_t length) {
     while (count < most && !control.in_setup) {
         const Event& event = control.queue[count];
         std::memcpy(static_cast<std::uint8_t*>(buffer) + count * event_size, event.record, event_size);
-        usb_gadgetfs_event record;
-        std::memcpy(&record, event.record, sizeof record);
-        if (record.type == GADGETFS_SETUP) {
+        if (type_of(event) == GADGETFS_SETUP) {
             control.in_setup = true;
             control.setup = event;
         }
@@ -87,6 +96,7 @@ ssize_t read_events(int fd, void* buffer, std::size_t length) {
     }
     std::copy(control.queue + count, control.queue + control.pending, control.queue);
     control.pending -= count;
+    std::for_each(control.queue, control.queue + control.pending, note_overtaking);
     return static_cast<ssize_t>(count * event_size);
 }
 
@@ -104,14 +114,15 @@ ssize_t answer_setup(int fd, Kind kind, const void* data, std::size_t size, ssiz
     return error == 0 ? result : fail(error);
 }
 
-// The host gave up on the request: something newer has happened.
+// The host gave up on the request: something newer has happened. A newer request takes the older one's place,
+// and has to be ended before its event can be read.
 bool is_setup_aborted(int fd) {
-    return collect_events(fd, MSG_DONTWAIT) && control.pending > 0;
-}
-
-ssize_t abort_setup() {
-    control.in_setup = false;
-    return fail(EIDRM);
+    collect_events(fd, MSG_DONTWAIT);
+    const bool has_left = std::any_of(control.queue, control.queue + control.pending, [](const Event& event) {
+        return type_of(event) == GADGETFS_CONNECT || type_of(event) == GADGETFS_DISCONNECT;
+    });
+    control.in_setup = !has_left;
+    return std::exchange(control.is_overtaken, false) || has_left;
 }
 
 }  // namespace
@@ -119,6 +130,11 @@ ssize_t abort_setup() {
 void reset_control_endpoint() {
     control.pending = 0;
     control.in_setup = false;
+    control.is_overtaken = false;
+}
+
+bool has_unanswered_setup() {
+    return control.in_setup;
 }
 
 bool has_collected_events() {
@@ -130,12 +146,17 @@ ssize_t read_control(int fd, void* buffer, std::size_t length) {
         return read_events(fd, buffer, length);
     }
     if (is_setup_aborted(fd)) {
-        return abort_setup();
+        return fail(EIDRM);
     }
     if ((current_request().bRequestType & USB_DIR_IN) != 0) {
         return answer_setup(fd, Kind::stall, nullptr, 0, 0, EL2HLT);
     }
-    return length == 0 ? answer_setup(fd, Kind::ack, nullptr, 0, 0, 0) : fail(EINVAL);
+    // The data of a request, of which nothing but the length is known here. An empty read is too late for the
+    // status stage then, but ends the request.
+    const std::size_t size = std::min<std::size_t>(length, current_request().wLength);
+    std::memset(buffer, 0, size);
+    const bool too_late = length == 0 && current_request().wLength != 0;
+    return answer_setup(fd, Kind::ack, nullptr, 0, static_cast<ssize_t>(size), too_late ? EBUSY : 0);
 }
 
 ssize_t write_control(int fd, const void* data, std::size_t length) {
@@ -143,7 +164,7 @@ ssize_t write_control(int fd, const void* data, std::size_t length) {
         return fail(ESRCH);
     }
     if (is_setup_aborted(fd)) {
-        return abort_setup();
+        return fail(EIDRM);
     }
     const usb_ctrlrequest request = current_request();
     if ((request.bRequestType & USB_DIR_IN) != 0) {

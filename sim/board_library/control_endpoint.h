@@ -19,4 +19,7 @@ ssize_t write_control(int fd, const void* data, std::size_t length);
 // Whether events were taken from the connection that a read would return.
 bool has_collected_events();
 
+// Whether the last event read is a setup that has not been answered.
+bool has_unanswered_setup();
+
 }  // namespace board_library

@@ -42,12 +42,24 @@ BOARD_CALL(int, close, (int fd)) {
 BOARD_IOCTL(ioctl)
 BOARD_IOCTL(__ioctl_time64)
 
-BOARD_CALL(int, poll, (pollfd * entries, nfds_t count, int timeout)) {
+namespace {
+template <typename Poll>
+int poll_files(pollfd* entries, nfds_t count, Poll poll_next) {
     const int pending = poll_pending_events(entries, count);
-    return pending != 0 ? pending : NEXT(poll)(entries, count, timeout);
+    if (pending != 0) {
+        return pending;
+    }
+    hide_unanswered_device(entries, count, true);
+    const int result = poll_next();
+    hide_unanswered_device(entries, count, false);
+    return result;
+}
+}  // namespace
+
+BOARD_CALL(int, poll, (pollfd * entries, nfds_t count, int timeout)) {
+    return poll_files(entries, count, [&] { return NEXT(poll)(entries, count, timeout); });
 }
 
 BOARD_CALL(int, __poll_chk, (pollfd * entries, nfds_t count, int timeout, std::size_t capacity)) {
-    const int pending = poll_pending_events(entries, count);
-    return pending != 0 ? pending : NEXT(__poll_chk)(entries, count, timeout, capacity);
+    return poll_files(entries, count, [&] { return NEXT(__poll_chk)(entries, count, timeout, capacity); });
 }

@@ -77,6 +77,16 @@ ssize_t read_packets(int fd, GadgetFile& file, std::uint8_t* buffer, std::size_t
     return static_cast<ssize_t>(filled);
 }
 
+// A write that a signal interrupts moves nothing, unless the host was faster.
+bool was_withdrawn(int fd) {
+    Message answer{};
+    if (send_message(fd, Kind::withdraw, nullptr, 0, nullptr, 0) == 0) {
+        while (!receive_message(fd, nullptr, 0, 0, answer) && errno == EINTR) {
+        }
+    }
+    return answer.kind != Kind::taken;
+}
+
 ssize_t write_transfer(int fd, GadgetFile& file, const void* data, std::size_t length) {
     const FairLockGuard guard{file.in_use};
     Message received{};
@@ -84,7 +94,12 @@ ssize_t write_transfer(int fd, GadgetFile& file, const void* data, std::size_t l
         return disconnected(file);
     }
     if (!receive_message(fd, nullptr, 0, 0, received)) {
-        return errno == ESHUTDOWN ? disconnected(file) : -1;
+        if (errno != EINTR) {
+            return disconnected(file);
+        }
+        if (was_withdrawn(fd)) {
+            return fail(EINTR);
+        }
     }
     return static_cast<ssize_t>(length);
 }
@@ -126,7 +141,12 @@ int open_gadget_file(const char* name, int flags) {
         return fail(error);
     }
     const bool endpoint = std::strncmp(name, "ep", 2) == 0;
-    if (!endpoint) {
+    if (endpoint) {
+        // With a limit, even one that is never reached, the socket ends a wait with EINTR when the process is
+        // stopped and continued, as the kernel does with a transfer.
+        constexpr timeval long_enough{1'000'000, 0};
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &long_enough, sizeof long_enough);
+    } else {
         reset_control_endpoint();
     }
     files[fd].gone = false;
@@ -199,6 +219,18 @@ bool gadget_device_is_open() {
 }
 bool out_endpoint_is_open() {
     return is_open(Role::out);
+}
+
+void hide_unanswered_device(pollfd* entries, nfds_t count, bool hide) {
+    for (nfds_t index = 0; index < count; ++index) {
+        int& fd = entries[index].fd;
+        const bool is_hidden = fd < 0;
+        const int shown = is_hidden ? ~fd : fd;
+        if (is_hidden != hide && is_gadget_file(shown) && files[shown].role == Role::device &&
+            (is_hidden || has_unanswered_setup())) {
+            fd = ~fd;
+        }
+    }
 }
 
 int poll_pending_events(pollfd* entries, nfds_t count) {

@@ -31,4 +31,8 @@ bool out_endpoint_is_open();
 // as failed while the fault "poll" is asked for: -1.
 int poll_pending_events(pollfd* entries, nfds_t count);
 
+// Before a setup is answered the controller file has no events for poll, whatever has come: its entry is
+// passed over while it is hidden.
+void hide_unanswered_device(pollfd* entries, nfds_t count, bool hide);
+
 }  // namespace board_library

@@ -1,5 +1,6 @@
 #include "sim/cable/board_cable.h"
 
+#include <linux/usb/ch9.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -161,14 +162,19 @@ ControlResult BoardCable::ask_service(const SetupPacket& setup, bool can_stall, 
         return {ControlStatus::no_answer, {}};
     }
     const FilePtr device = device_;
+    // The kernel takes the data of a request right away, and with it the request.
+    const bool is_taken = (setup.request_type & USB_DIR_IN) == 0 && setup.length > 0;
     Event message{};
     const GadgetEvent event = setup_event(setup);
     std::copy(event.begin(), event.end(), message.record);
     message.request = ++request_;
-    message.can_stall = can_stall ? 1 : 0;
+    message.can_stall = can_stall && !is_taken ? 1 : 0;
     answer_.reset();
     unanswered_ = true;
     device->send(Kind::event, &message, sizeof message);
+    if (is_taken) {
+        return {ControlStatus::acknowledged, {}};
+    }
     changed_.wait_for(lock, timeout, [&] { return answer_ || device->gone; });
     return answer_ ? *answer_ : ControlResult{ControlStatus::no_answer, {}};
 }

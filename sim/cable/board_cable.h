@@ -51,7 +51,8 @@ class BoardCable final : public Cable {
 
     // ---- What only a simulated board can do ----
 
-    // Hands the request to the service, whoever would answer it on a real board; any of them can be stalled.
+    // Hands the request to the service, whoever would answer it on a real board; any of them can be stalled,
+    // but those with data for the device.
     ControlResult control_past_kernel(const SetupPacket& setup, Milliseconds timeout);
 
     // Queues events as they are, to be read in one go; true when the service has read them in time.

@@ -145,6 +145,12 @@ void BoardCable::handle(const FilePtr& file, Kind kind, std::span<const std::uin
         case Kind::transfer:
             file->writes.emplace_back(content.begin(), content.end());
             return take_transfers(*file);
+        case Kind::withdraw:
+            if (!file->writes.empty()) {
+                file->writes.clear();
+                file->send(Kind::withdrawn, nullptr, 0);
+            }
+            return;
         case Kind::halt:
             ++halts_[file->name];
             return;

@@ -1,5 +1,7 @@
 #include "io/usb_link.h"
 
+#include "platform/interrupted.h"
+
 namespace {
 UsbLink the_link;
 }
@@ -16,9 +18,9 @@ int usb_write_locked(std::span<const std::uint8_t> packet) {
     const FairLockGuard guard{link.lock};
     // Looked up again: while this thread waited its turn, the endpoint may have gone.
     usb_gadget_endpoint* const endpoint = link.ep_in;
-    return endpoint == nullptr
-               ? 0
-               : static_cast<int>(usb_gadget_endpoint_write(endpoint, packet.data(), packet.size()));
+    return endpoint == nullptr ? 0 : static_cast<int>(past_interruptions([&] {
+        return usb_gadget_endpoint_write(endpoint, packet.data(), packet.size());
+    }));
 }
 
 bool usb_streaming() {

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -15,6 +16,7 @@
 #include "platform/process_end.h"
 #include "platform/thread.h"
 #include "usb/loopback_device.h"
+#include "usb/read_gate.h"
 #include "usb/tcp_relay.h"
 
 namespace {
@@ -45,12 +47,35 @@ void close_endpoints(UsbLink& link) {
     usb_gadget_endpoint_close(link.ep_out.exchange(nullptr));
 }
 
-// One packet, after the bytes already buffered; a cancellation in the middle of the read releases the lock.
+ReadGate read_gate;
+
+// One packet, after the bytes already buffered; a cancellation in the middle of the read releases the lock. A
+// read that was interrupted is taken up again.
 std::int16_t read_packet(UsbLink& link, usb_gadget_endpoint* endpoint) {
     const Cancellable cancellable;
-    const FairLockGuard guard{link.lock};
-    return static_cast<std::int16_t>(
-        usb_gadget_endpoint_read(endpoint, link.rx_buffer + link.rx_fill, usb_read_size));
+    for (;;) {
+        {
+            const FairLockGuard guard{link.lock};
+            if (const ReadGate::Pass pass{read_gate}) {
+                const ssize_t size =
+                    usb_gadget_endpoint_read(endpoint, link.rx_buffer + link.rx_fill, usb_read_size);
+                if (size != -1 || errno != EINTR) {
+                    return static_cast<std::int16_t>(size);
+                }
+            }
+        }
+        read_gate.wait_until_open();
+    }
+}
+
+// Keeps the reader out of its endpoint while the gadget layer needs the endpoint's file itself.
+void hold_transfers(usb_gadget_handle* /*handle*/, bool hold) {
+    const UsbLink& link = usb_link();
+    if (!hold) {
+        read_gate.open();
+    } else if (link.read_thread) {
+        read_gate.close(*link.read_thread);
+    }
 }
 
 // The receiver thread has taken the endpoint or the connection away and is about to cancel the reader, which
@@ -134,6 +159,8 @@ int gadget_open(std::uint16_t vendor_id, std::uint16_t product_id) {
     }
     std::fputs("USB device opened\n", stderr);
     usb_gadget_set_event_cb(link.handle, loopback_event_cb, nullptr);
+    ReadGate::prepare_signal();
+    usb_gadget_set_hold_cb(link.handle, hold_transfers);
     usb_gadget_set_debug_level(link.handle, 0);
     link.control_poll = {.fd = usb_gadget_control_fd(link.handle), .events = POLLIN | POLLPRI, .revents = 0};
     if (fair_lock_init(link.lock) != 0) {
@@ -195,6 +222,7 @@ void* usb_receiver_thread(void* /*argument*/) {
 
 void* usbRead_thread(void* /*argument*/) {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    ReadGate::accept_signal();
     UsbLink& link = usb_link();
     while (link.stop == 0) {
         {

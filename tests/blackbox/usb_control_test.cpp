@@ -103,7 +103,7 @@ TEST(UsbControl, AnswersEveryRequest) {
                                 {{0x02, 1, 0, 0x86, 0}, stall},
                                 {{0x00, 3, 1, 0, 0}, stall},
                                 {{0x00, 5, 7, 0, 0}, stall},
-                                {{0x00, 7, 0x0100, 0, 18}, stall},
+                                {{0x00, 7, 0x0100, 0, 18}, ack},  // its data is the kernel's
                                 {select_configuration, ack},
                                 {{0x80, 8, 0, 0, 1}, stall},
                                 {{0x82, 12, 0, 0x86, 2}, stall},
@@ -188,6 +188,34 @@ TEST(UsbControl, EndpointFileThatRefusesStallsTheConfiguration) {
     EXPECT_EQ(service.board().errors().find("USB endpoint OUT disabled"), std::string::npos);
     expect_answers(service, {{select_configuration, ack}});
     EXPECT_TRUE(service.said("USB connected\n"));
+}
+
+// What the kernel lets nobody stall, and a request that was given up for another, with the service between
+// the two: each would leave the controller file without any further event.
+TEST(UsbControl, EndsWhatCannotBeStalledOrAnswered) {
+    Service service;
+    ASSERT_NO_FATAL_FAILURE(plug(service));
+    const auto expect_string = [&] {
+        expect_answers(service, {{{0x80, 6, 0x0365, 0x0409, 255}, ack, string_descriptor("00000000")}});
+    };
+    EXPECT_EQ(service.cable().control({0x40, 0x34, 0, 0, 8}, patience).status, ack);
+    std::this_thread::sleep_for(Milliseconds{400});  // the host takes its time
+    expect_string();
+    service.cable().refuse_configuration("ep2out", EINVAL);
+    EXPECT_EQ(service.cable().control(select_configuration, patience).status, ack);
+    expect_string();
+    const sim::GadgetEvent string_request = sim::setup_event({0x80, 6, 0x0365, 0x0409, 255});
+    for (const sim::SetupPacket& given_up : {sim::SetupPacket{0x80, 6, 0x0300, 0, 255},  // answered with data
+                                             sim::SetupPacket{0x01, 11, 0, 0, 0},        // acknowledged
+                                             sim::SetupPacket{0x40, 1, 0, 0, 0},         // stalled
+                                             sim::SetupPacket{0xC0, 1, 0, 0, 8}}) {
+        ASSERT_TRUE(service.cable().inject({sim::setup_event(given_up), string_request}, patience));
+        expect_string();
+    }
+    EXPECT_EQ(service.cable().control(deselect, patience).status, ack);
+    EXPECT_EQ(service.cable().control(select_configuration, patience).status, ack);
+    ASSERT_TRUE(service.send(keep_alive_frame));
+    EXPECT_GT(service.next_status().size(), 0U);
 }
 
 TEST(UsbControl, FindsEndpointFilesByTheirNames) {

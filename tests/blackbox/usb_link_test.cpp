@@ -98,6 +98,23 @@ TEST(UsbLink, EveryEndHasItsLinesAndItsCode) {
     }
 }
 
+TEST(UsbLink, CommandWhoseWriteIsInterruptedIsSentOnce) {
+    Service service;
+    ASSERT_NO_FATAL_FAILURE(service.stream(Milliseconds{10}));
+    ASSERT_NE(service.command_port(), 0);
+    service.cable().hold_in(true);
+    service.command(R"({"cmd":"shot"})");
+    for (int i = 0; i < 50; ++i) {  // the write is entered early on, and then waits for the host
+        kill(service.board().process(), SIGSTOP);
+        std::this_thread::sleep_for(Milliseconds{5});
+        kill(service.board().process(), SIGCONT);
+        std::this_thread::sleep_for(Milliseconds{5});
+    }
+    service.cable().hold_in(false);
+    EXPECT_EQ(service.next_packet().size(), 14U);
+    EXPECT_EQ(service.next_packet(Milliseconds{300}), Bytes{});
+}
+
 TEST(UsbLink, BufferThatNothingConsumesOverflowsAtThe97thRead) {
     Service service;
     ASSERT_NO_FATAL_FAILURE(service.enumerate());

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "platform/file_descriptor.h"
+#include "platform/interrupted.h"
 #include "usb/libusb-gadget/endpoint_files.h"
 #include "usb/libusb-gadget/usb-gadget.h"
 
@@ -30,24 +31,41 @@ struct Request {
 // An answer to one request: true when it has been given, false when the request is to be stalled.
 using Answer = bool (*)(usb_gadget_handle&, const Request&);
 
+// The kernel has taken the data of a request by itself, and has accepted a SET_CONFIGURATION, before we hear
+// of it, and lets neither be stalled; a request that the host has given up for a newer one leaves that in its
+// place. Until they are ended the kernel reports no other event. What is read is less than an event: if there
+// is nothing to end any more, the read fails and takes nothing.
+void end_request(const usb_gadget_handle& handle, std::size_t length) {
+    std::uint8_t ignored[sizeof(usb_gadgetfs_event) - 1];
+    [[maybe_unused]] const ssize_t size =
+        past_interruptions([&] { return read(handle.ep0->fd, ignored, std::min(sizeof ignored, length)); });
+}
+
+// Of a failed answer: the host wants something newer, of which the next event tells.
+void end_if_given_up(const usb_gadget_handle& handle, ssize_t result) {
+    if (result == -1 && errno == EIDRM) {
+        end_request(handle, 0);
+    }
+}
+
 bool send_data(const usb_gadget_handle& handle, const Request& request, const void* data, std::size_t size) {
-    // A failure means that the host has given the request up; the next event tells what it wants instead.
-    [[maybe_unused]] const ssize_t written =
-        write(handle.ep0->fd, data, std::min<std::size_t>(size, request.length));
+    end_if_given_up(handle, write(handle.ep0->fd, data, std::min<std::size_t>(size, request.length)));
     return true;
 }
 
 bool acknowledge(const usb_gadget_handle& handle) {
     std::uint8_t nothing = 0;
-    [[maybe_unused]] const ssize_t size = read(handle.ep0->fd, &nothing, 0);
+    end_if_given_up(handle, read(handle.ep0->fd, &nothing, 0));
     return true;
 }
 
 void stall(const usb_gadget_handle& handle, const Request& request) {
     std::uint8_t nothing = 0;
-    [[maybe_unused]] const ssize_t size = (request.request_type & USB_DIR_IN) != 0
-                                              ? read(handle.ep0->fd, &nothing, 0)
-                                              : write(handle.ep0->fd, &nothing, 0);
+    if ((request.request_type & USB_DIR_IN) != 0) {
+        end_if_given_up(handle, read(handle.ep0->fd, &nothing, 0));
+    } else if (write(handle.ep0->fd, &nothing, 0) == -1 && errno != EL2HLT) {
+        end_request(handle, errno == EIDRM ? 0 : request.length);
+    }
 }
 
 bool get_descriptor(usb_gadget_handle& handle, const Request& request) {
@@ -110,19 +128,27 @@ bool get_interface(usb_gadget_handle& handle, const Request& request) {
     return send_data(handle, request, &alternate_setting, 1);
 }
 
+void hold_transfers(usb_gadget_handle& handle, bool hold) {
+    if (handle.hold_cb != nullptr) {
+        handle.hold_cb(&handle, hold);
+    }
+}
+
 bool set_interface(usb_gadget_handle& handle, const Request& request) {
     if (request.value != 0 || request.index != 0) {
         return false;
     }
     int result = 0;
+    hold_transfers(handle, true);
     for (const usb_gadget_endpoint* endpoint : handle.endpoints) {
         const int fd = endpoint->fd;
         usb_gadget_debug(&handle, 2, "libusb-gadget: setup: clear halt %s %d %d\n", endpoint->name, fd,
                          result);
-        if (fd > 0 && ioctl(fd, GADGETFS_CLEAR_HALT) < 0) {
+        if (fd > 0 && past_interruptions([&] { return ioctl(fd, GADGETFS_CLEAR_HALT); }) < 0) {
             result = -1;
         }
     }
+    hold_transfers(handle, false);
     return result >= 0 && acknowledge(handle);
 }
 

@@ -76,6 +76,10 @@ void usb_gadget_set_event_cb(usb_gadget_handle* handle, usb_gadget_event_cb call
     handle->event_arg = argument;
 }
 
+void usb_gadget_set_hold_cb(usb_gadget_handle* handle, usb_gadget_hold_cb callback) {
+    handle->hold_cb = callback;
+}
+
 void usb_gadget_set_debug_level(usb_gadget_handle* handle, std::int32_t level) {
     handle->debug_level = level;
 }

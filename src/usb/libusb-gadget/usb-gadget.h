@@ -40,7 +40,7 @@ struct usb_gadget_device {
 
 enum class usb_gadget_event_kind : std::uint32_t {
     endpoint_enabled,   // an endpoint file has been opened for the host's configuration
-    endpoint_disabled,  // the host deselected the configuration, the file is closed
+    endpoint_disabled,  // the host deselected the configuration; the record is closed, the file right after
     connected,
     disconnected,
     suspended,
@@ -54,6 +54,7 @@ struct usb_gadget_event {
 struct usb_gadget_handle;
 using usb_gadget_event_cb = void (*)(usb_gadget_handle* handle, const usb_gadget_event* event,
                                      void* argument);
+using usb_gadget_hold_cb = void (*)(usb_gadget_handle* handle, bool hold);
 
 // One endpoint file. A record stays valid after its file was closed (fd is -1 then, its name empty) until
 // usb_gadget_close, so a thread that still holds it gets a failure, never a released record.
@@ -71,6 +72,7 @@ struct usb_gadget_handle {
     std::vector<usb_gadget_endpoint*> endpoints;  // the open data endpoints, newest first
     usb_gadget_event_cb event_cb;
     void* event_arg;
+    usb_gadget_hold_cb hold_cb;
     std::int32_t debug_level;
     std::atomic<std::int32_t> speed;  // the kernel's code of the connection's speed, 0 while there is none
     std::vector<std::unique_ptr<usb_gadget_endpoint>> records;  // every data endpoint since the opening
@@ -87,6 +89,11 @@ int usb_gadget_close(usb_gadget_handle* handle);
 
 // The callback hears of events on the thread that handles them; null for none.
 void usb_gadget_set_event_cb(usb_gadget_handle* handle, usb_gadget_event_cb callback, void* argument);
+
+// gadgetfs lets nobody clear an endpoint's halt while a transfer waits on it. The callback is asked, on the
+// thread that handles events, to see to it that no thread is inside a transfer, with true before halts are
+// cleared and false after it; null for none.
+void usb_gadget_set_hold_cb(usb_gadget_handle* handle, usb_gadget_hold_cb callback);
 
 // Diagnostic lines are printed at level 2 and above; 0 at first.
 void usb_gadget_set_debug_level(usb_gadget_handle* handle, std::int32_t level);
@@ -109,7 +116,7 @@ void usb_gadget_endpoint_close(usb_gadget_endpoint* endpoint);
 
 // One blocking transfer of at most one packet: 512 bytes at high speed and 64 else, with the usual bulk
 // descriptors. Return the bytes moved, or -1; errno is EINVAL for a closed endpoint and for a length above
-// the packet size. Any thread; cancellation points.
+// the packet size, EINTR (nothing moved) when a signal came. Any thread; cancellation points.
 ssize_t usb_gadget_endpoint_read(usb_gadget_endpoint* endpoint, void* buffer, std::size_t length);
 ssize_t usb_gadget_endpoint_write(usb_gadget_endpoint* endpoint, const void* data, std::size_t length);
 
