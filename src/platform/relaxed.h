@@ -28,6 +28,14 @@ void store_release(Field& field, std::type_identity_t<Field> value) {
     std::atomic_ref<Field>(field).store(value, std::memory_order_release);
 }
 
+// What is written after this is not seen before what was written until now. ThreadSanitizer knows no fences,
+// and the compiler refuses them beside it.
+inline void fence_release() {
+#ifndef __SANITIZE_THREAD__
+    std::atomic_thread_fence(std::memory_order_release);
+#endif
+}
+
 // Stores a text into a fixed-size text field, cut to its capacity and always terminated.
 template <std::size_t capacity>
 void store_text(char (&field)[capacity], const char* text) {

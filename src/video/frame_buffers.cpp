@@ -34,7 +34,7 @@ void clear_if_requested() {
     if (load_relaxed(ring->clear_request) != 0) {
         // The header first: who copies a slot meanwhile and finds zeros in it finds the header cleared, too.
         std::memset(static_cast<void*>(ring), 0, offsetof(FrameRing, slots));
-        std::atomic_thread_fence(std::memory_order_release);
+        fence_release();
         std::memset(static_cast<void*>(ring->slots), 0, sizeof ring->slots);
         std::fputs("Clear frame shared memory\n", stderr);
     }
@@ -45,7 +45,7 @@ void fill_slot(FrameSlot& slot, std::span<const std::uint8_t> payload) {
     // from being seen earlier: without this fence a processor that reorders may show the new payload of a
     // slot while the newest frame number, by which a reader judges its copy of the slot, is still two frames
     // old.
-    std::atomic_thread_fence(std::memory_order_release);
+    fence_release();
     std::memcpy(slot.payload, payload.data(), payload.size());
     store_release(slot.length_low, static_cast<std::uint16_t>(payload.size()));
     store_release(slot.length_high, static_cast<std::uint16_t>(payload.size() >> 16));
