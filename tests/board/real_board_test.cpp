@@ -92,13 +92,13 @@ TEST(RealBoard, HostThatLetsGoFindsTheDeviceAgainAfterTheRestart) {
     EXPECT_FALSE(service.next_status().empty());
 }
 
-// The machine's controller, loaded anew with options: nobody may hold its device.
-void reload_controller(const std::string& options) {
-    ASSERT_EQ(std::system(("rmmod dummy_hcd && modprobe dummy_hcd " + options).c_str()), 0);
+// The machine's controller, loaded anew by a command: nobody may hold its device.
+void reload_controller(const std::string& load) {
+    ASSERT_EQ(std::system(("rmmod dummy_hcd && " + load).c_str()), 0);
 }
 
 TEST(RealBoard, HostAtFullSpeedGetsNoStream) {
-    ASSERT_NO_FATAL_FAILURE(reload_controller("is_high_speed=0"));
+    ASSERT_NO_FATAL_FAILURE(reload_controller("modprobe dummy_hcd is_high_speed=0"));
     {
         Service service;
         ASSERT_TRUE(service.cable().wait_for_device(patience)) << service.board().errors();
@@ -107,7 +107,49 @@ TEST(RealBoard, HostAtFullSpeedGetsNoStream) {
         EXPECT_EQ(service.end_code(), 3) << service.board().errors();
         EXPECT_TRUE(service.said("read failed\n"));
     }
-    reload_controller("");
+    reload_controller("modprobe dummy_hcd");
+}
+
+// Names of the gadget files that the process holds.
+std::vector<std::string> gadget_files(pid_t process) {
+    std::vector<std::string> names;
+    for (const auto& fd : std::filesystem::directory_iterator{"/proc/" + std::to_string(process) + "/fd"}) {
+        std::error_code ignored;
+        const std::filesystem::path target = std::filesystem::read_symlink(fd.path(), ignored);
+        if (target.parent_path() == "/dev/gadget") {
+            names.push_back(target.filename());
+        }
+    }
+    return names;
+}
+
+// One file for each endpoint, named as on a board: taken by its name, and when it is taken by somebody else
+// the configuration, which can't be refused, leaves the device usable.
+TEST(RealBoard, TakesTheOneFileOfEachEndpointByItsName) {
+    ASSERT_NO_FATAL_FAILURE(reload_controller("insmod /usr/share/ardenvue/named_endpoints.ko"));
+    {
+        Service service;
+        ASSERT_TRUE(service.cable().wait_for_device(patience)) << service.board().errors();
+        {
+            const FileDescriptor taken{open("/dev/gadget/ep2out", O_RDWR)};
+            ASSERT_TRUE(taken);
+            ASSERT_TRUE(service.cable().plug(sim::Speed::high));
+            std::this_thread::sleep_for(Milliseconds{400});
+            const sim::ControlResult product =
+                service.cable().control({0x80, 6, 0x032D, 0x0409, 255}, Milliseconds{1000});
+            EXPECT_EQ(product.data.size(), 26U);
+        }
+        for (const auto value : {std::uint16_t{0}, std::uint16_t{2}}) {
+            EXPECT_EQ(service.cable().control({0x00, 9, value, 0, 0}, Milliseconds{1000}).status,
+                      sim::ControlStatus::acknowledged);
+        }
+        EXPECT_TRUE(service.said("USB connected\n"));
+        EXPECT_THAT(gadget_files(service.board().process()),
+                    testing::UnorderedElementsAre("musb-hdrc", "ep6in", "ep2out"));
+        ASSERT_NO_FATAL_FAILURE(service.keep_alive());
+        EXPECT_FALSE(service.next_status().empty()) << service.board().errors();
+    }
+    reload_controller("modprobe dummy_hcd");
 }
 
 // Bytes a second that the device takes, measured at the host.
