@@ -2,11 +2,15 @@
 
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "ctl/command_words.h"
 #include "ctl/exit_codes.h"
+#include "ctl/nearest_word.h"
+#include "ctl/output.h"
 #include "ctl/stop_signal.h"
 #include "ctl/subcommands.h"
 
@@ -48,11 +52,13 @@ void add_send(CLI::App& app, const BoardOptions& board, SendOptions& options, in
     auto* wait = send->add_flag("--wait{10}", options.wait,
                                 "wait until the camera's state shows it, at most 10 seconds, "
                                 "or --wait=SECONDS")
+                     ->check(CLI::PositiveNumber)
                      ->excludes(raw);
     send->add_option("--to", options.to,
-                     "HOST:PORT of the command port, when it is known and another process holds "
+                     "ADDRESS:PORT of the command port, when it is known and another process holds "
                      "the status port")
         ->excludes(wait);
+    send->add_flag("--yes", options.yes, "don't ask before \"format sd\" and \"resetcamera\"");
     send->add_option("--timeout", options.timeout,
                      "seconds to wait for a status line, which tells the command port")
         ->check(CLI::PositiveNumber)
@@ -110,6 +116,25 @@ void add_account(CLI::App& app, AccountOptions& options, int& code) {
     account->callback([&] { code = run_account(options); });
 }
 
+// Names a first word that is no subcommand, and the one that was probably meant; false when that was not the
+// mistake.
+bool say_wrong_subcommand(const CLI::App& app) {
+    const auto words = app.remaining();
+    if (!app.get_subcommands().empty() || words.empty() || words.front().front() == '-') {
+        return false;
+    }
+    std::vector<std::string> names;
+    for (const CLI::App* subcommand : app.get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(subcommand->get_name());
+    }
+    const std::vector<std::string_view> candidates{names.begin(), names.end()};
+    const std::string nearest{nearest_word(words.front(), candidates)};
+    const std::string advice = nearest.empty() ? "see --help" : "did you mean \"" + nearest + "\"?";
+    std::fprintf(stderr, "ardenvue-ctl: \"%s\" is no subcommand; %s\n", words.front().c_str(),
+                 advice.c_str());
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
@@ -124,6 +149,7 @@ int main(int argc, char** argv) try {
     int code = done;
 
     CLI::App app{"Sees and uses a running ardenvue service, as a main application does."};
+    app.set_version_flag("--version", "ardenvue-ctl " ARDENVUE_VERSION);
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(exit_code_help);
@@ -138,9 +164,13 @@ int main(int argc, char** argv) try {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0 && say_wrong_subcommand(app)) {
+            return bad_usage;
+        }
         return app.exit(error) == 0 ? done : bad_usage;
     }
-    return code;
+    const int written = finish_output();
+    return code == done ? written : code;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "ardenvue-ctl: %s\n", failure.what());
     return unusable;

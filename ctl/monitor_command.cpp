@@ -10,6 +10,7 @@
 #include "ctl/exit_codes.h"
 #include "ctl/monitor_screen.h"
 #include "ctl/monitor_state.h"
+#include "ctl/output.h"
 #include "ctl/play_report.h"
 #include "ctl/script_player.h"
 #include "ctl/seconds.h"
@@ -71,7 +72,7 @@ bool has_terminal() {
 
 void print_line(const std::string& text) {
     std::puts(text.c_str());
-    std::fflush(stdout);
+    hand_on_output();
 }
 
 // Shows the state from time to time, on a screen or as lines.
@@ -83,14 +84,14 @@ class Display {
         }
     }
 
-    // False once the user wants to leave.
+    // False once the user wants to leave, or nothing can be shown any more.
     bool show(const MonitorState& state) {
         if (screen_ && redraw_.due()) {
             screen_->draw(state);
         } else if (!screen_ && line_.due()) {
             print_line(summary_line(state));
         }
-        return !screen_ || !screen_->quit_requested();
+        return screen_ ? !screen_->quit_requested() : hand_on_output();
     }
 
     // The screen shows the script's commands anyway.

@@ -1,7 +1,10 @@
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include <cjson/cJSON.h>
 
@@ -40,8 +43,30 @@ int prepare(const SendOptions& options, Command& command) {
     return done;
 }
 
+// What erases or resets is confirmed by the person at the terminal; a script says --yes.
+bool is_wanted(const SendOptions& options, const Command& command) {
+    const bool undoable = command.words != "format sd" && command.words != "resetcamera";
+    if (undoable || options.yes) {
+        return true;
+    }
+    if (isatty(STDIN_FILENO) == 0) {
+        std::fprintf(stderr, "ardenvue-ctl: \"%s\" can't be undone: it needs --yes without a terminal\n",
+                     command.words.c_str());
+        return false;
+    }
+    std::fprintf(stderr, "\"%s\" can't be undone. Send it? [y/N] ", command.words.c_str());
+    const int answer = std::getchar();
+    return answer == 'y' || answer == 'Y';
+}
+
 int send_directly(const std::string& to, const Command& command) {
     if (!send_command_to(to, command.json)) {
+        if (errno == EINVAL) {
+            std::fprintf(stderr,
+                         "ardenvue-ctl: --to takes an IPv4 address and a port, as 127.0.0.1:40000, not %s\n",
+                         to.c_str());
+            return bad_usage;
+        }
         std::fprintf(stderr, "ardenvue-ctl: can't send to %s: %s\n", to.c_str(), std::strerror(errno));
         return unusable;
     }
@@ -85,6 +110,9 @@ int run_send(const BoardOptions& board, const SendOptions& options) {
     if (const int code = prepare(options, command); code != done) {
         return code;
     }
+    if (!is_wanted(options, command)) {
+        return bad_usage;
+    }
     if (!options.to.empty()) {
         return send_directly(options.to, command);
     }
@@ -106,7 +134,7 @@ int run_send(const BoardOptions& board, const SendOptions& options) {
     }
     std::printf("sent %s to %s\n", command.json.c_str(), link.service_name().c_str());
     std::fflush(stdout);
-    return options.wait > 0 ? wait_until_shown(link, view, command, options.wait) : done;
+    return options.wait.empty() ? done : wait_until_shown(link, view, command, std::stod(options.wait));
 }
 
 }  // namespace ctl

@@ -7,6 +7,7 @@
 
 #include "ctl/exit_codes.h"
 #include "ctl/nearest_word.h"
+#include "ctl/output.h"
 #include "ctl/seconds.h"
 #include "ctl/service_link.h"
 #include "ctl/stop_signal.h"
@@ -70,7 +71,9 @@ int run_status(const BoardOptions& board, const StatusOptions& options) {
             return done;
         }
         std::puts(options.json ? "" : "\n");
-        std::fflush(stdout);
+        if (!hand_on_output()) {
+            return unusable;
+        }
     }
     return done;
 }

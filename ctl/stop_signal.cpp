@@ -14,6 +14,11 @@ void catch_stop_signals() {
     action.sa_handler = [](int) { stopped = 1; };
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    struct sigaction hangup {};
+    sigaction(SIGHUP, nullptr, &hangup);
+    if (hangup.sa_handler != SIG_IGN) {  // not under nohup
+        sigaction(SIGHUP, &action, nullptr);
+    }
     action.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &action, nullptr);
 }

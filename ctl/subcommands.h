@@ -19,7 +19,8 @@ struct SendOptions {
     std::vector<std::string> words;
     std::string raw;
     std::string to;      // "HOST:PORT" of the command port, when it is known already
-    double wait = 0;     // seconds until the state must show it; 0: don't wait
+    std::string wait;    // seconds until the state must show it, a number above 0; empty: don't wait
+    bool yes = false;    // don't ask before what can't be undone
     double timeout = 5;  // seconds until the first status line
 };
 int run_send(const BoardOptions& board, const SendOptions& options);

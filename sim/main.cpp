@@ -19,6 +19,11 @@ void stop_on_signals() {
     action.sa_handler = [](int) { stop = true; };
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    struct sigaction hangup {};
+    sigaction(SIGHUP, nullptr, &hangup);
+    if (hangup.sa_handler != SIG_IGN) {  // not under nohup
+        sigaction(SIGHUP, &action, nullptr);
+    }
 }
 
 // The first of these places, relative to this executable, where there is such a file; empty when there is
@@ -41,7 +46,7 @@ void add_run(CLI::App& app, sim::RunOptions& options, std::vector<std::string>& 
     run->description(
         "Starts the service on a fresh simulated board, is plugged in as the remote controller, and streams "
         "until\n"
-        "SIGINT or SIGTERM: video and the pushes of a camera that acts on the commands it gets. The "
+        "SIGINT, SIGTERM or SIGHUP: video and the pushes of a camera that acts on the commands it gets. The "
         "service's\n"
         "diagnostics go to the standard error stream. The service and the board are gone afterwards.");
     run->footer(

@@ -26,7 +26,14 @@ TEST_F(Ctl, SendsWordsAndTellsWhetherTheStateShowsThem) {
         {"send --raw '[1]'", ctl::bad_usage, "no JSON object", nullptr},
         {"send --raw ''", ctl::bad_usage, "command is missing", nullptr},
         {"send", ctl::bad_usage, "required", nullptr},
-        {"sned iso 400", ctl::bad_usage, "", nullptr},
+        {"sned iso 400", ctl::bad_usage, "\"sned\" is no subcommand; did you mean \"send\"?", nullptr},
+        // Nothing is shown so soon, but it has been waited for.
+        {"send aperture 22 --wait=0.1", ctl::not_confirmed, "not confirmed: after 0.1 s", nullptr},
+        {"send iso 400 --wait=0", ctl::bad_usage, "--wait", nullptr},
+        {"send iso 400 --wait=-1", ctl::bad_usage, "--wait", nullptr},
+        {"send format sd </dev/null", ctl::bad_usage, "needs --yes", nullptr},
+        {"send resetcamera </dev/null", ctl::bad_usage, "needs --yes", nullptr},
+        {"send format sd --yes </dev/null", ctl::done, "sent", "format card"},
     };
     for (const auto& c : cases) {
         const Result result = stage().ctl(c.arguments);
@@ -47,6 +54,33 @@ TEST_F(Ctl, ShowsTheNewestStatusLine) {
     EXPECT_EQ(cJSON_GetArraySize(object.get()), 34);
     EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(object.get(), "camera_model")), "Phantom 4 Pro");
     EXPECT_EQ(cJSON_GetNumberValue(cJSON_GetObjectItem(object.get(), "battery_temp")), 31.2);
+}
+
+// Else they would hold the status port for ever, and no main application could start.
+TEST_F(Ctl, EndsWhenItsOutputCannotBeWritten) {
+    const struct {
+        const char* subcommand;
+        const char* output;
+        const char* said;
+    } cases[] = {
+        {"status --watch", ">/dev/full", "No space left on device"},
+        {"monitor --lines", ">/dev/full", "No space left on device"},
+        {"send iso 400", ">/dev/full", "No space left on device"},
+        {"status --watch", "| true", ""},
+        {"monitor --lines", "| true", ""},
+    };
+    for (const auto& c : cases) {
+        const std::string code = stage().file("code");
+        const Result result =
+            run("/bin/sh", std::string{"-c '{ timeout 30 " CTL_PATH " --board "} + stage().file("") + " " +
+                               c.subcommand + (c.output[0] == '|' ? "" : c.output) + "; echo $? >" + code +
+                               "; }" + (c.output[0] == '|' ? c.output : "") + "' 2>&1");
+        const Bytes written = contents(code);
+        EXPECT_EQ(std::string(written.begin(), written.end()), "2\n") << c.subcommand << c.output;
+        EXPECT_TRUE(*c.said == 0 ? result.output.empty() : result.output.find(c.said) != std::string::npos)
+            << c.subcommand << c.output << '\n'
+            << result.output;
+    }
 }
 
 TEST_F(Ctl, WritesTheVideoAsItWasStreamedFromAParameterSetOn) {
@@ -213,6 +247,8 @@ TEST(CtlAlone, SaysWhatIsMissing) {
         {"capture " + board + "/no/such/place" + here + "1", ctl::unusable, "can't write"},
         {"--board " + board + " status", ctl::bad_usage, "no simulated board"},
         {"--help", ctl::done, "Exit codes:"},
+        {"send shot --to localhost:1", ctl::bad_usage, "takes an IPv4 address"},
+        {"--version", ctl::done, "ardenvue-ctl "},
         {"send --help", ctl::done, "focus point X Y"},
     };
     for (const auto& c : cases) {

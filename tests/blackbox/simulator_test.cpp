@@ -30,7 +30,10 @@ class Simulator : public testing::Test {
     void TearDown() override { fs::remove_all(directory); }
 
     void run(const std::string& arguments) {
-        const std::string command = "exec 2>&1; " SIM_PATH " run " + arguments;
+        const std::string command =
+            "exec 2>&1; "
+            "env --default-signal=HUP " SIM_PATH " run " +
+            arguments;
         std::FILE* const output = popen(command.c_str(), "r");
         ASSERT_NE(output, nullptr);
         std::array<char, 4096> buffer{};
@@ -68,7 +71,7 @@ TEST_F(Simulator, RunsTheServiceAndReports) {
 }
 
 TEST_F(Simulator, StopsWhenTold) {
-    for (const char* signal : {"INT", "TERM"}) {
+    for (const char* signal : {"INT", "TERM", "HUP"}) {
         const std::string output = directory.string() + "/output";
         run("--no-video --report " + directory.string() + "/report >" + output +
             " & until grep -qsE 'enumerated|PROBLEM' " + output + "; do sleep 0.1; done; kill -" + signal +

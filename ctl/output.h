@@ -1,0 +1,13 @@
+#pragma once
+
+namespace ctl {
+
+// Hands what was printed on to the standard output. False once a write has failed, from then on: who prints
+// in a loop ends it then, and lets go of the status port.
+bool hand_on_output();
+
+// The same at the end of the program: done, or unusable when a write has failed. Says why on the standard
+// error stream, unless it was a pipe that its reader closed.
+int finish_output();
+
+}  // namespace ctl
