@@ -107,8 +107,10 @@ TEST(Clip, IsCutByTheRulesForAccessUnits) {
 }
 
 TEST(Clip, LargePicturesAreSplit) {
-    Bytes stream{0, 0, 0, 1, 0x65, 0x88};
-    stream.resize(2 * sim::max_video_payload + 1, 0xAA);
+    Bytes stream(2 * sim::max_video_payload + 1, 0xAA);
+    stream[0] = stream[1] = stream[2] = 0;
+    stream[3] = 1;
+    stream[4] = 0x65;
     const std::vector<AccessUnit> clip = sim::cut_clip(stream);
     ASSERT_THAT(clip, SizeIs(1));
     EXPECT_THAT(clip[0].payloads,

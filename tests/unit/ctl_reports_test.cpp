@@ -76,10 +76,10 @@ TEST(CtlReports, WhatTheServiceNeverSendsIsRefused) {
         with("iso=400", "iso400"),
         with("iso=400", "=400"),
         with(",wb=", ",white="),
-        "\x08" + line.substr(1),
+        std::string{"\x08"}.append(line.substr(1)),
         std::string(5'000, '\x07'),
-        "\x07" + std::string(1'000, ','),
-        "\x07" + std::string(1'000, '='),
+        std::string{"\x07"}.append(1'000, ','),
+        std::string{"\x07"}.append(1'000, '='),
     };
     for (const std::string& text : cases) {
         EXPECT_TRUE(std::holds_alternative<std::monostate>(parse(text))) << text.substr(0, 60);

@@ -82,7 +82,7 @@ TEST(Dispatcher, RunsNothingForWhatIsNoCommand) {
         "!{\"cmd\":\"shot\"",
         std::string{"!{\"cmd\":\0\"shot\"}", 15},
         "!{\"cmd\":\"\\ud800\"}",
-        "!" + nested(100'000),
+        std::string{"!"}.append(nested(100'000)),
         "!{\"cmd\":" + nested(4000) + "}",
         // The first of several members alike counts.
         "!{\"cmd\":\"none\",\"cmd\":\"shot\"}",
