@@ -9,7 +9,7 @@
 
 #include <cjson/cJSON.h>
 
-#include "ctl/nearest_word.h"
+#include "formats/nearest_word.h"
 
 namespace ctl {
 namespace {
@@ -52,7 +52,7 @@ std::string with_arguments(const CommandRow& row) {
 
 // "unknown iso "450": did you mean "400"? Known: 100, 200, …"
 std::string unknown(const std::string& what, const std::string& said, std::vector<std::string_view> known) {
-    const std::string_view meant = nearest_word(said, known);
+    const std::string_view meant = formats::nearest_word(said, known);
     std::string text = said.empty() ? what + " is missing." : "unknown " + what + " \"" + said + "\"";
     if (!said.empty()) {
         text += meant.empty() ? "." : ": did you mean \"" + std::string{meant} + "\"?";
@@ -100,9 +100,9 @@ std::string explain_unknown_words(const Words& said) {
 
 // The choice that was said, also as another writing of the same number.
 const Choice* find_choice(const Argument& argument, const std::string& said) {
-    const auto number = number_of(said);
+    const auto number = formats::number_of(said);
     for (const Choice& choice : argument.choices) {
-        if (choice.word == said || (number && number_of(choice.word) == number)) {
+        if (choice.word == said || (number && formats::number_of(choice.word) == number)) {
             return &choice;
         }
     }
@@ -124,7 +124,7 @@ std::string explain_unknown_choice(const CommandRow& row, const Argument& argume
 }
 
 std::string check_number(const CommandRow& row, const Argument& argument, const std::string& said) {
-    const auto number = number_of(said);
+    const auto number = formats::number_of(said);
     const bool plain = said.find_first_of("/\"+") == std::string::npos;
     if (number && plain && *number >= argument.least && *number <= argument.most &&
         (!argument.whole || said.find_first_not_of("0123456789") == std::string::npos)) {

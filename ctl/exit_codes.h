@@ -1,28 +1,30 @@
 // What a script learns from the exit code; every subcommand keeps to these, and --help lists them.
 #pragma once
 
+#include "formats/command_line.h"
+
 namespace ctl {
 
 enum ExitCode : int {
     done = 0,
-    bad_usage = 1,      // options, or words that are no command; nothing was sent
     unusable = 2,       // a file, shared-memory object or connection that can't be used
     port_taken = 3,     // the status port is held by another process
     silent = 4,         // nothing arrived in time: no service, or no link to the remote controller
     not_confirmed = 5,  // sent, but the camera's state did not show it in time
     not_reported = 6,   // sent, and no report shows this setting, so there was nothing to wait for
     different = 7,      // what arrived is not what was sent
+    bad_usage = formats::wrong_usage,  // options, or words that are no command; nothing was sent
 };
 
 constexpr const char* exit_code_help =
     "Exit codes:\n"
     "  0  done\n"
-    "  1  wrong options, or words that are no command; nothing was sent\n"
     "  2  a file, shared-memory object or connection can't be used\n"
     "  3  the status port is held by another process\n"
     "  4  nothing arrived in time: no service, or no link to the remote controller\n"
     "  5  sent, but the camera's state did not show it in time\n"
     "  6  sent, and no report shows this setting\n"
-    "  7  what arrived is not what was sent\n";
+    "  7  what arrived is not what was sent\n"
+    " 64  wrong options, or words that are no command; nothing was sent\n";
 
 }  // namespace ctl

@@ -9,10 +9,10 @@
 
 #include "ctl/command_words.h"
 #include "ctl/exit_codes.h"
-#include "ctl/nearest_word.h"
 #include "ctl/output.h"
 #include "ctl/stop_signal.h"
 #include "ctl/subcommands.h"
+#include "formats/command_line.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ void add_monitor(CLI::App& app, const BoardOptions& board, MonitorOptions& optio
     CLI::App* monitor =
         app.add_subcommand("monitor", "Show everything, live; q quits. Without a terminal: a line a second");
     monitor->add_flag("--lines", options.lines, "print lines on a terminal too");
-    monitor->add_option("--seconds", options.seconds, "end after this time")->check(CLI::PositiveNumber);
+    monitor->add_option("--seconds", options.seconds, "end after this time")->check(formats::above_zero());
     monitor
         ->add_option("--play", options.play,
                      "a script of commands, one a line, and of \"wait SECONDS\"; ends after it")
@@ -30,7 +30,7 @@ void add_monitor(CLI::App& app, const BoardOptions& board, MonitorOptions& optio
     monitor->add_option("--report", options.report, "write what was played and seen into this file, as JSON");
     monitor
         ->add_option("--wait", options.wait, "seconds in which the state must show a command of the script")
-        ->check(CLI::PositiveNumber)
+        ->check(formats::above_zero())
         ->capture_default_str();
     monitor->callback([&] { code = run_monitor(board, options); });
 }
@@ -40,7 +40,7 @@ void add_status(CLI::App& app, const BoardOptions& board, StatusOptions& options
     status->add_flag("--json", options.json, "as a JSON object instead");
     status->add_flag("--watch", options.watch, "go on, one a second");
     status->add_option("--timeout", options.timeout, "seconds to wait for a line")
-        ->check(CLI::PositiveNumber)
+        ->check(formats::above_zero())
         ->capture_default_str();
     status->callback([&] { code = run_status(board, options); });
 }
@@ -52,7 +52,7 @@ void add_send(CLI::App& app, const BoardOptions& board, SendOptions& options, in
     auto* wait = send->add_flag("--wait{10}", options.wait,
                                 "wait until the camera's state shows it, at most 10 seconds, "
                                 "or --wait=SECONDS")
-                     ->check(CLI::PositiveNumber)
+                     ->check(formats::above_zero())
                      ->excludes(raw);
     send->add_option("--to", options.to,
                      "ADDRESS:PORT of the command port, when it is known and another process holds "
@@ -61,7 +61,7 @@ void add_send(CLI::App& app, const BoardOptions& board, SendOptions& options, in
     send->add_flag("--yes", options.yes, "don't ask before \"format sd\" and \"resetcamera\"");
     send->add_option("--timeout", options.timeout,
                      "seconds to wait for a status line, which tells the command port")
-        ->check(CLI::PositiveNumber)
+        ->check(formats::above_zero())
         ->capture_default_str();
     send->footer("Commands:\n" + command_overview() + "\n" + exit_code_help);
     send->callback([&, words, raw] {
@@ -77,8 +77,9 @@ void add_video(CLI::App& app, const BoardOptions& board, VideoOptions& options, 
         app.add_subcommand("video", "Write the live video as an H.264 byte stream: video | ffplay -");
     video->add_option("-o,--output", options.output, "file, or - for the standard output")
         ->capture_default_str();
-    video->add_option("--frames", options.frames, "end after so many frames of the ring");
-    video->add_option("--seconds", options.seconds, "end after this time")->check(CLI::PositiveNumber);
+    video->add_option("--frames", options.frames, "end after so many frames of the ring")
+        ->check(formats::count());
+    video->add_option("--seconds", options.seconds, "end after this time")->check(formats::above_zero());
     video->callback([&] { code = run_video(board, options); });
 }
 
@@ -87,9 +88,9 @@ void add_relay(CLI::App& app, const BoardOptions& board, CaptureOptions& capture
     CLI::App* capture = app.add_subcommand("capture", "Record the raw stream into a file, with its times");
     capture->add_option("file", capture_options.file, "file to write")->required();
     capture->add_option("--seconds", capture_options.seconds, "end after this time")
-        ->check(CLI::PositiveNumber);
+        ->check(formats::above_zero());
     capture->add_option("--timeout", capture_options.timeout, "seconds to wait for the first bytes")
-        ->check(CLI::PositiveNumber)
+        ->check(formats::above_zero())
         ->capture_default_str();
     capture->callback([&] { code = run_capture(board, capture_options); });
 
@@ -97,7 +98,7 @@ void add_relay(CLI::App& app, const BoardOptions& board, CaptureOptions& capture
         "inject", "Send a file's bytes to the remote controller; a capture with its times");
     inject->add_option("file", inject_options.file, "file to read")->required()->check(CLI::ExistingFile);
     inject->add_option("--timeout", inject_options.timeout, "seconds to wait until the link streams")
-        ->check(CLI::PositiveNumber)
+        ->check(formats::above_zero())
         ->capture_default_str();
     inject->callback([&] { code = run_inject(board, inject_options); });
 }
@@ -114,25 +115,6 @@ void add_account(CLI::App& app, AccountOptions& options, int& code) {
     account->add_option("--picture-size", options.picture_size,
                         "of the clip, 1920x1080; compared when given");
     account->callback([&] { code = run_account(options); });
-}
-
-// Names a first word that is no subcommand, and the one that was probably meant; false when that was not the
-// mistake.
-bool say_wrong_subcommand(const CLI::App& app) {
-    const auto words = app.remaining();
-    if (!app.get_subcommands().empty() || words.empty() || words.front().front() == '-') {
-        return false;
-    }
-    std::vector<std::string> names;
-    for (const CLI::App* subcommand : app.get_subcommands([](const CLI::App*) { return true; })) {
-        names.push_back(subcommand->get_name());
-    }
-    const std::vector<std::string_view> candidates{names.begin(), names.end()};
-    const std::string nearest{nearest_word(words.front(), candidates)};
-    const std::string advice = nearest.empty() ? "see --help" : "did you mean \"" + nearest + "\"?";
-    std::fprintf(stderr, "ardenvue-ctl: \"%s\" is no subcommand; %s\n", words.front().c_str(),
-                 advice.c_str());
-    return true;
 }
 
 }  // namespace
@@ -161,15 +143,11 @@ int main(int argc, char** argv) try {
     add_relay(app, board, capture, inject, code);
     add_account(app, account, code);
     catch_stop_signals();
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() != 0 && say_wrong_subcommand(app)) {
-            return bad_usage;
-        }
-        return app.exit(error) == 0 ? done : bad_usage;
-    }
+    const int parsed = formats::parse_command_line(app, argc, argv);
     const int written = finish_output();
+    if (parsed >= 0) {
+        return parsed == done ? written : parsed;
+    }
     return code == done ? written : code;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "ardenvue-ctl: %s\n", failure.what());

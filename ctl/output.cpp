@@ -14,8 +14,9 @@ int problem = 0;  // errno of the first write that failed
 }  // namespace
 
 bool hand_on_output() {
+    errno = 0;
     if (problem == 0 && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
-        problem = errno;
+        problem = errno != 0 ? errno : EIO;
     }
     return problem == 0;
 }

@@ -7,8 +7,8 @@
 #include <optional>
 #include <sstream>
 
-#include "ctl/nearest_word.h"
 #include "ctl/seconds.h"
+#include "formats/nearest_word.h"
 
 namespace ctl {
 namespace {
@@ -23,7 +23,7 @@ std::optional<double> wait_of(const std::string& line) {
     if (word != "wait" || stream >> more) {
         return std::nullopt;
     }
-    const auto value = number_of(number);
+    const auto value = formats::number_of(number);
     return value && *value >= 0 && *value <= 3600 ? value : std::nullopt;
 }
 

@@ -6,12 +6,12 @@
 #include <cjson/cJSON.h>
 
 #include "ctl/exit_codes.h"
-#include "ctl/nearest_word.h"
 #include "ctl/output.h"
 #include "ctl/seconds.h"
 #include "ctl/service_link.h"
 #include "ctl/stop_signal.h"
 #include "ctl/subcommands.h"
+#include "formats/nearest_word.h"
 
 namespace ctl {
 namespace {
@@ -31,7 +31,7 @@ bool is_number_key(std::string_view name) {
 void print_json(const StatusLine& line) {
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> object{cJSON_CreateObject(), cJSON_Delete};
     for (const auto& [key, value] : line.pairs) {
-        const auto number = is_number_key(key) ? number_of(value) : std::nullopt;
+        const auto number = is_number_key(key) ? formats::number_of(value) : std::nullopt;
         cJSON_AddItemToObject(object.get(), key.c_str(),
                               number ? cJSON_CreateNumber(*number) : cJSON_CreateString(value.c_str()));
     }

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "formats/command_line.h"
 #include "sim/run_command.h"
 
 namespace {
@@ -19,11 +20,7 @@ void stop_on_signals() {
     action.sa_handler = [](int) { stop = true; };
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
-    struct sigaction hangup {};
-    sigaction(SIGHUP, nullptr, &hangup);
-    if (hangup.sa_handler != SIG_IGN) {  // not under nohup
-        sigaction(SIGHUP, &action, nullptr);
-    }
+    sigaction(SIGHUP, &action, nullptr);  // the terminal has gone: nothing of the board may be left either
 }
 
 // The first of these places, relative to this executable, where there is such a file; empty when there is
@@ -40,7 +37,7 @@ std::string find_beside(std::initializer_list<const char*> places) {
     return {};
 }
 
-void add_run(CLI::App& app, sim::RunOptions& options, std::vector<std::string>& faults, double& seconds) {
+void add_run(CLI::App& app, sim::RunOptions& options, double& seconds) {
     CLI::App* const run =
         app.add_subcommand("run", "Start the service on a simulated board and stream to it");
     run->description(
@@ -63,7 +60,7 @@ void add_run(CLI::App& app, sim::RunOptions& options, std::vector<std::string>& 
         "supervisor would (not after full-speed).\n\n"
         "Exit codes: 0 all was well: the device told the host what it must, the service lived as long as it "
         "must,\n"
-        "and the camera understood every packet; 1 it was not; 2 the run could not begin.");
+        "and the camera understood every packet; 1 it was not; 2 the run could not begin; 64 wrong options.");
     sim::SessionOptions& session = options.session;
     run->add_option("--clip", session.clip, "Raw H.264 clip (byte stream) to stream in a loop")
         ->check(CLI::ExistingFile)
@@ -80,8 +77,17 @@ void add_run(CLI::App& app, sim::RunOptions& options, std::vector<std::string>& 
         ->excludes("--clip");
     run->add_flag("--flat-out", session.flat_out, "Send the video, or the recording, as fast as it is taken");
     run->add_option("--seconds", seconds, "Stop after so many seconds of streaming")
-        ->check(CLI::PositiveNumber);
-    run->add_option("--fault", faults, "Make trouble; see below")
+        ->check(formats::above_zero());
+    run->add_option_function<std::vector<std::string>>(
+           "--fault",
+           [&session](const std::vector<std::string>& faults) {
+               for (const std::string& fault : faults) {
+                   if (const std::string wrong = sim::add_fault(fault, session.faults); !wrong.empty()) {
+                       throw CLI::ValidationError("--fault", wrong);
+                   }
+               }
+           },
+           "Make trouble; see below")
         ->type_name("FAULT")
         ->allow_extra_args(false);
     run->add_option("--log", session.log,
@@ -107,22 +113,14 @@ int main(int argc, char** argv) try {
     options.board_library = find_beside({"libardenvue-board.so", "../libardenvue-board.so",
                                          "../" ARDENVUE_LIBDIR "/ardenvue/libardenvue-board.so"});
     options.session.clip = find_beside({"clips/1280x720.h264", "../share/ardenvue/clips/1280x720.h264"});
-    std::vector<std::string> faults;
     double seconds = 0;
 
     CLI::App app{"The remote controller that Ardenvue is plugged into, simulated."};
     app.require_subcommand(1);
-    add_run(app, options, faults, seconds);
-    try {
-        app.parse(argc, argv);
-        for (const std::string& fault : faults) {
-            const std::string wrong = sim::add_fault(fault, options.session.faults);
-            if (!wrong.empty()) {
-                throw CLI::ValidationError("--fault", wrong);
-            }
-        }
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
+    app.set_version_flag("--version", "ardenvue-sim " ARDENVUE_VERSION, "Print the version and end");
+    add_run(app, options, seconds);
+    if (const int wrong = formats::parse_command_line(app, argc, argv); wrong >= 0) {
+        return wrong;
     }
     if (seconds > 0) {
         options.session.length =

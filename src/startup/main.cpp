@@ -1,6 +1,7 @@
 // The process entry: brings everything up in a fixed order, then supervises. Every way out is an exit with a
 // code.
 #include <cstdio>
+#include <string_view>
 
 #include "ardenvue.h"
 #include "commands/mainapp_link.h"
@@ -66,6 +67,10 @@ void start_relay() {
 }  // namespace
 
 int main(int argc, char* argv[]) {
+    if (argc == 2 && std::string_view{argv[1]} == "--version") {
+        std::puts("ardenvue " ARDENVUE_VERSION);
+        return 0;
+    }
     start_diagnostics();
     std::fputs("\nDJI Phantom 4 USB client\n", stderr);
     if (!check_board()) {

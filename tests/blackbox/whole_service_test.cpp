@@ -153,28 +153,6 @@ TEST(WholeService, StreamsAfterTheHostDeselectedIt) {
     EXPECT_FALSE(service.next_status().empty());
 }
 
-// The kernel keeps an endpoint's file to the read in progress, so its halt can't be cleared before data
-// flows; until then the kernel answers nothing of its own either.
-TEST(WholeService, SelectsTheInterfaceOnceDataFlows) {
-    constexpr sim::SetupPacket set_interface{0x01, 11, 0, 0, 0};
-    constexpr sim::SetupPacket get_configuration{0x80, 8, 0, 0, 1};
-    constexpr Milliseconds short_while{300};
-    Service service;
-    ASSERT_NO_FATAL_FAILURE(service.enumerate());
-    ASSERT_TRUE(service.said("USB connected\n"));
-    for (const sim::SetupPacket& request : {set_interface, get_configuration}) {
-        EXPECT_EQ(service.cable().control(request, short_while).status, sim::ControlStatus::no_answer);
-    }
-    ASSERT_NO_FATAL_FAILURE(service.keep_alive());
-    EXPECT_FALSE(service.next_status().empty());
-#ifndef REAL_BOARD  // a kernel does not tell
-    EXPECT_EQ(service.cable().clear_halts("ep6in"), 1U);
-    EXPECT_EQ(service.cable().clear_halts("ep2out"), 1U);
-#endif
-    // The newer request has made the acknowledgement void, and what streams answers no more requests.
-    EXPECT_EQ(service.cable().control(get_configuration, short_while).status, sim::ControlStatus::no_answer);
-}
-
 TEST(WholeService, EndsWhenTheCableIsPulledAndStartsAnewWhenItIsBack) {
     Service service;
     for (const bool streaming : {false, true}) {  // its first read waits, or the stream flows

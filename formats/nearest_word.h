@@ -4,7 +4,7 @@
 #include <span>
 #include <string_view>
 
-namespace ctl {
+namespace formats {
 
 // The number that a word stands for: 400, -0.3, 1/50, or seconds with a double-quote character; none for
 // other words.
@@ -14,4 +14,4 @@ std::optional<double> number_of(std::string_view word);
 // letters different. Empty when nothing comes near.
 std::string_view nearest_word(std::string_view word, std::span<const std::string_view> candidates);
 
-}  // namespace ctl
+}  // namespace formats

@@ -1,4 +1,4 @@
-#include "ctl/nearest_word.h"
+#include "formats/nearest_word.h"
 
 #include <algorithm>
 #include <charconv>
@@ -7,7 +7,7 @@
 #include <numeric>
 #include <vector>
 
-namespace ctl {
+namespace formats {
 namespace {
 
 // Levenshtein distance: letters to insert, drop or replace.
@@ -76,4 +76,4 @@ std::string_view nearest_word(std::string_view word, std::span<const std::string
     return best;
 }
 
-}  // namespace ctl
+}  // namespace formats
