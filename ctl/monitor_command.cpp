@@ -108,7 +108,10 @@ class Display {
 };
 
 void update(MonitorState& state, const ServiceLink& link, const VideoFeed& video) {
-    state.link_up = link.up();
+    state.now = Clock::now();
+    if (video.totals().frames != state.ring.frames) {
+        state.frame_time = state.now;
+    }
     state.service = link.knows_service() ? link.service_name() : "";
     state.ring = video.totals();
     state.ring_problem = video.open() ? "" : video.problem();

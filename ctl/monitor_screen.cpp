@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <ncurses.h>
+
+#include "ctl/seconds.h"
 
 namespace ctl {
 namespace {
@@ -28,33 +31,48 @@ void put_title(int row, int column, const std::string& text) {
     attroff(A_BOLD);
 }
 
-struct Field {
-    std::string label;
-    std::string text;
-};
-
-// Draws at the row and goes on to the one after it.
-void put_block(int& row, int column, const char* title, const std::vector<Field>& fields) {
-    put_title(row++, column, title);
-    for (const Field& field : fields) {
-        put(row, column + 1, field.label);
-        put(row++, column + label_width, field.text.substr(0, column_width - label_width - 1));
-    }
-}
-
-std::string text(const StatusLine& line, std::string_view key) {
-    return std::string{line.value(key)};
-}
-
 std::string decimal(double value, int digits) {
     char text[64];
     std::snprintf(text, sizeof text, "%.*f", digits, value);
     return text;
 }
 
+struct Field {
+    std::string label;
+    std::string text;
+};
+
+// How old a group of values is, for its title; empty before the first.
+using Age = std::optional<Clock::duration>;
+
+// Draws at the row and goes on to the one after it. What is not live is dimmed.
+void put_block(int& row, int column, const char* title, const Age& age, bool live,
+               const std::vector<Field>& fields) {
+    put_title(row, column, title);
+    attron(live ? A_NORMAL : A_DIM);
+    const std::string age_text = age ? decimal(in_seconds(*age), 1) + " s old" : "nothing yet";
+    put(row++, column + label_width, age_text);
+    for (const Field& field : fields) {
+        put(row, column + 1, field.label);
+        put(row++, column + label_width, field.text.substr(0, column_width - label_width - 1));
+    }
+    attroff(A_DIM);
+}
+
+std::string text(const StatusLine& line, std::string_view key) {
+    return std::string{line.value(key)};
+}
+
 std::vector<Field> video_fields(const MonitorState& state) {
     if (!state.ring_problem.empty()) {
-        return {{"ring", state.ring_problem}, {}, {}};
+        // All of it, in the rows of the fields.
+        std::vector<Field> rows(3);
+        for (std::size_t row = 0; row < rows.size(); ++row) {
+            const std::size_t begin = row * (column_width - 2);
+            rows[row].label =
+                begin < state.ring_problem.size() ? state.ring_problem.substr(begin, column_width - 2) : "";
+        }
+        return rows;
     }
     return {{"picture", state.picture_size},
             {"rate", decimal(state.frames_per_second, 1) + "/s, " + bit_rate_text(state.bits_per_second)},
@@ -100,7 +118,7 @@ std::vector<Field> aircraft_fields(const StatusLine& line, const GimbalFocus& re
 }
 
 void draw_histogram(int row, int height, const MonitorState& state) {
-    const bool valid = state.view.histogram && state.view.line && state.view.line->value("histogram") == "1";
+    const bool valid = state.view.histogram && state.is_live(state.view.histogram_time);
     put_title(row++, 1, valid ? "histogram" : "histogram: off");
     if (!valid) {
         return;
@@ -132,7 +150,7 @@ void draw_script(int row, int height, const ScriptPlayer& player) {
 }
 
 void draw_title_line(const MonitorState& state) {
-    std::string text = " link " + std::string{state.link_up ? "up" : "down"} + "   " +
+    std::string text = " link " + std::string{state.link_up() ? "up" : "down"} + "   " +
                        (state.service.empty() ? "no service heard yet" : "service at " + state.service) +
                        "   " + decimal(state.running_seconds, 0) + " s";
     text.resize(static_cast<std::size_t>(std::max(0, COLS)), ' ');
@@ -163,11 +181,21 @@ void MonitorScreen::draw(const MonitorState& state) {
     erase();
     draw_title_line(state);
     int left = 1;
-    put_block(left, 1, "video", video_fields(state));
-    put_block(left, 1, "camera", camera_fields(line, record));
+    const auto age_of = [&](bool there, Clock::time_point time) {
+        return there ? Age{state.now - time} : Age{};
+    };
+    const auto is_live = [](const Age& age) { return age && *age <= live_limit; };
+    const bool up = state.link_up();  // reports that come without pictures are not fresh
+    const Age line_age = age_of(state.view.line.has_value(), state.view.line_time);
+    const Age record_age = age_of(state.view.gimbal_focus.has_value(), state.view.gimbal_focus_time);
+    const Age frame_age =
+        age_of(state.frame_time.has_value(), state.frame_time.value_or(Clock::time_point{}));
+    put_block(left, 1, "video", frame_age, is_live(frame_age), video_fields(state));
+    put_block(left, 1, "camera", line_age, up && is_live(line_age), camera_fields(line, record));
     int right = 1;
-    put_block(right, 1 + column_width, "exposure", exposure_fields(line));
-    put_block(right, 1 + column_width, "aircraft", aircraft_fields(line, record));
+    put_block(right, 1 + column_width, "exposure", line_age, up && is_live(line_age), exposure_fields(line));
+    put_block(right, 1 + column_width, "aircraft", record_age, up && is_live(record_age),
+              aircraft_fields(line, record));
     const int room = LINES - blocks_height;
     const int script_height =
         state.player == nullptr ? 0 : std::max(least_script_height, room - most_histogram_height - 2);

@@ -30,7 +30,7 @@ std::string bit_rate_text(double bits_per_second) {
 }
 
 std::string summary_line(const MonitorState& state) {
-    std::string text = format("%6.1f s  link %-4s", state.running_seconds, state.link_up ? "up" : "down");
+    std::string text = format("%6.1f s  link %-4s", state.running_seconds, state.link_up() ? "up" : "down");
     if (state.ring_problem.empty()) {
         text += format("  video %s %.0f frames/s %s missed %llu",
                        state.picture_size.empty() ? "-" : state.picture_size.c_str(), state.frames_per_second,
@@ -40,6 +40,9 @@ std::string summary_line(const MonitorState& state) {
         text += "  " + state.ring_problem;
     }
     if (const auto& line = state.view.line) {
+        text += state.is_live(state.view.line_time)
+                    ? std::string{}
+                    : format("  (%.1f s old)", in_seconds(state.now - state.view.line_time));
         text += "  camera " + value(*line, "camera_mode") + " iso " + value(*line, "iso_set") + " shutter " +
                 value(*line, "shutter_set") + " f/" + value(*line, "aperture") + " ev " + value(*line, "ev") +
                 " wb " + value(*line, "wb") + "  battery " + value(*line, "battery_level") + "%";
