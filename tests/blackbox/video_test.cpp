@@ -299,7 +299,9 @@ TEST(VideoStart, EndsWhereTheMemoryCannotBeHad) {
         Service service{{.faults = {fault}}};
         EXPECT_EQ(service.end_code(), 2) << fault;
         const std::string said = service.board().errors();
-        EXPECT_TRUE(said.ends_with("bytes\nFailed to init telemetry buffer\n")) << fault << ": " << said;
+        const std::string object = std::string{fault}.substr(std::string_view{fault}.find('.') + 1);
+        EXPECT_THAT(said, testing::HasSubstr("bytes\nShared memory " + object + " can't be had: "));
+        EXPECT_THAT(said, testing::EndsWith("\nFailed to init telemetry buffer\n"));
         EXPECT_EQ(said.find("transcoding 13003624") != std::string::npos, reaches_transcoding) << fault;
     }
 }
