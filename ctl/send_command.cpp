@@ -10,6 +10,7 @@
 
 #include "ctl/command_words.h"
 #include "ctl/exit_codes.h"
+#include "ctl/output.h"
 #include "ctl/seconds.h"
 #include "ctl/service_link.h"
 #include "ctl/stop_signal.h"
@@ -133,7 +134,7 @@ int run_send(const BoardOptions& board, const SendOptions& options) {
         return unusable;
     }
     std::printf("sent %s to %s\n", command.json.c_str(), link.service_name().c_str());
-    std::fflush(stdout);
+    hand_on_output();
     return options.wait.empty() ? done : wait_until_shown(link, view, command, std::stod(options.wait));
 }
 
