@@ -56,7 +56,9 @@ void replace_cut_mapping(int signal_number, siginfo_t* info, void* /*context*/) 
             }
         }
     }
-    signal(signal_number, SIG_DFL);  // a bus error of another kind: it comes again, and ends the process
+    // A bus error of another kind ends the process. A fault would come again, one that was sent would not.
+    signal(signal_number, SIG_DFL);
+    raise(signal_number);
 }
 
 void* remember(const char* name, std::uint8_t* address, std::size_t size, int fd) {
@@ -156,7 +158,10 @@ SharedMemoryName shared_memory_name(const void* address) {
         return SharedMemoryName::nowhere;
     }
     const FileDescriptor object{shm_open(mapping->name, O_RDONLY, 0)};
-    if (!object || fstat(object.get(), &named) != 0) {
+    if (!object) {
+        return errno == ENOENT ? SharedMemoryName::nowhere : SharedMemoryName::to_another;
+    }
+    if (fstat(object.get(), &named) != 0) {
         return SharedMemoryName::nowhere;
     }
     const bool same = ours.st_dev == named.st_dev && ours.st_ino == named.st_ino;
@@ -177,10 +182,16 @@ void restore_shared_memory() {
         if (fstat(mapping.fd, &status) != 0 || status.st_size < static_cast<off_t>(mapping.size)) {
             continue;
         }
+        // Had elsewhere first: an object that can't be mapped leaves what is in its place.
+        void* const again = map(mapping.fd, mapping.size);
+        if (again == nullptr) {
+            continue;
+        }
         mapping.is_cut = false;  // before: from then on it may be made shorter again
-        if (mmap(mapping.address, mapping.size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, mapping.fd,
-                 0) == MAP_FAILED) {
+        if (mremap(again, mapping.size, mapping.size, MREMAP_MAYMOVE | MREMAP_FIXED,
+                   mapping.address.load()) == MAP_FAILED) {
             mapping.is_cut = true;
+            munmap(again, mapping.size);
             continue;
         }
         mapping.is_told = false;

@@ -20,14 +20,15 @@ struct SharedMemoryNotices {
 // memory of the process's own then, all 0, until restore_shared_memory.
 void* map_shared_memory(const char* name, std::size_t size, const SharedMemoryNotices& notices = {});
 
-// Gives up a mapping of map_shared_memory, or nothing when the address is null. Any thread that knows that nobody uses it any more.
+// Gives up a mapping of map_shared_memory, or nothing when the address is null. Any thread that knows that
+// nobody uses it any more.
 void unmap_shared_memory(void* address);
 
 // Where the name of a mapped object leads now.
 enum class SharedMemoryName {
     to_it,
     nowhere,     // it was unlinked
-    to_another,  // and made anew
+    to_another,  // and made anew, perhaps as something that can't be opened
 };
 SharedMemoryName shared_memory_name(const void* address);
 

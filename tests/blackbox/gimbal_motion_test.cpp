@@ -343,6 +343,14 @@ TEST(GimbalMotionStart, StopsForARecordThatWasTakenAwayUntilItIsBack) {
     board.create_shared_memory("/shared_rc_raw", 1504);
     ASSERT_TRUE(gimbal.service().said(opened));
     ASSERT_NO_FATAL_FAILURE(moves());
+
+    // What came in its place can't be opened: said as well.
+    const std::string path = "/dev/shm" + name;
+    ASSERT_EQ(shm_unlink(name.c_str()), 0);
+    ASSERT_EQ(symlink("nowhere", path.c_str()), 0);
+    ASSERT_NO_FATAL_FAILURE(stops());
+    EXPECT_TRUE(gimbal.service().said("Shared memory /shared_rc_raw can't be had: "));
+    EXPECT_EQ(unlink(path.c_str()), 0);
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
+
 #include "ardenvue.h"
 #include "sim/aircraft/pushes.h"
 #include "tests/blackbox/harness.h"
@@ -54,6 +56,12 @@ TEST(SharedMemory, MadeShorterIsTakenUpAgainWhenItHasItsSize) {
         }));
     }
     EXPECT_NE(service.next_status(), "");
+    // Any other bus error ends it, one that somebody sends among them.
+    ASSERT_EQ(kill(service.board().process(), SIGBUS), 0);
+    const std::optional<sim::Ending> ending = service.board().wait_for_end(patience);
+    ASSERT_TRUE(ending);
+    EXPECT_TRUE(ending->by_signal);
+    EXPECT_EQ(ending->code, SIGBUS);
 }
 
 // An object that somebody else owns, or that is no file, is not taken: its owner could end the flight, or
