@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -59,8 +60,11 @@ class QuietStderr {
 };
 
 // The ring as another process has it.
-FrameRing& map_ring() {
-    return *static_cast<FrameRing*>(map_shared_memory(ardenvue::frame_ring_name, sizeof(FrameRing)));
+using Ring = std::unique_ptr<FrameRing, decltype(&unmap_shared_memory)>;
+
+Ring map_ring() {
+    return {static_cast<FrameRing*>(map_shared_memory(ardenvue::frame_ring_name, sizeof(FrameRing))),
+            unmap_shared_memory};
 }
 
 void append_frame(Bytes& stream, std::uint8_t type, std::span<const std::uint8_t> payload) {
@@ -121,14 +125,14 @@ void receive_path(benchmark::State& state) {
         append_frame(stream, 0x4A, random_bytes(payload_size, random));
     }
     const QuietStderr quiet;
-    FrameRing& ring = map_ring();
+    const Ring ring = map_ring();
     receive(stream);
     double copying = 0;
     double receiving = 0;
     for ([[maybe_unused]] auto iteration : state) {
         double start = now();
         for (std::size_t i = 0; i < count; ++i) {
-            std::memcpy(ring.slots[i % ardenvue::frame_slot_count].payload,
+            std::memcpy(ring->slots[i % ardenvue::frame_slot_count].payload,
                         &stream[i * (header_size + payload_size) + header_size], payload_size);
         }
         copying += now() - start;
@@ -207,9 +211,9 @@ BENCHMARK(scan_and_decode)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 void ring_clear(benchmark::State& state) {
     const QuietStderr quiet;
-    FrameRing& ring = map_ring();
+    const Ring ring = map_ring();
     for ([[maybe_unused]] auto iteration : state) {
-        ring.clear_request = 1;
+        ring->clear_request = 1;
         publish_video_frame(std::array<std::uint8_t, 1>{});
     }
 }
