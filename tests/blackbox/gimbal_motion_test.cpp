@@ -236,9 +236,10 @@ TEST_F(GimbalMotion, DoesNotComeBetweenThePacketsOfACommand) {
 
 // Each packet waits for a read, and more commands come than there are reads: gimbal and commands take turns.
 TEST(GimbalMotionStart, ABurstOfCommandsDoesNotHoldUpTheGimbal) {
+    constexpr Milliseconds read_pace{30};
     Gimbal gimbal;
     Service& service = gimbal.service();
-    ASSERT_NO_FATAL_FAILURE(service.stream(Milliseconds{30}));
+    ASSERT_NO_FATAL_FAILURE(service.stream(read_pace));
     service.command(lock);
     ASSERT_NO_FATAL_FAILURE(gimbal.wait_for(hold));
     // Commands that wait one behind the other until the end of the case.
@@ -246,23 +247,28 @@ TEST(GimbalMotionStart, ABurstOfCommandsDoesNotHoldUpTheGimbal) {
         service.command(shot);
     }
     ASSERT_NO_FATAL_FAILURE(gimbal.wait_for(shot_packet));
+    // Counted are the shots that a read was waited for. A reader that a busy machine runs late lets many pass
+    // at once, which hold up nobody.
     const auto most_shots_before = [&](const std::string& wanted, int times) {
         int most = 0;
         for (int i = 0; i < times; ++i) {
             int shots = 0;
-            for (std::string packet; (packet = gimbal.next()) != wanted && shots < 100;) {
-                shots += packet == shot_packet ? 1 : 0;
+            auto last = std::chrono::steady_clock::now();
+            for (std::string packet; !(packet = gimbal.next()).empty() && packet != wanted;) {
+                const auto now = std::chrono::steady_clock::now();
+                shots += packet == shot_packet && now - last > read_pace / 2 ? 1 : 0;
+                last = now;
             }
             most = std::max(most, shots);
         }
         return most;
     };
-    EXPECT_LE(most_shots_before(hold, 40), 4);
+    EXPECT_LE(most_shots_before(hold, 20), 3);
     const std::string moving = "0C F4 01 00 00 00 00 90";
     ASSERT_NO_FATAL_FAILURE(gimbal.publish({0.5, 0, 0}));
-    EXPECT_LE(most_shots_before(moving, 2), 4);
+    EXPECT_LE(most_shots_before(moving, 2), 3);
     ASSERT_NO_FATAL_FAILURE(gimbal.publish({0, 0, 0}));
-    EXPECT_LE(most_shots_before(relative_stop, 3), 4);
+    EXPECT_LE(most_shots_before(relative_stop, 3), 3);
 }
 
 // Without the inputs' record the rest of the service goes on; it is asked for again, a line each time, but

@@ -38,9 +38,9 @@ class Stream {
         ASSERT_TRUE(service_.send_frames(frames));
     }
     void begin_anew() { next_ = 0; }
-    Bytes first(int count) const {
+    Bytes first(std::size_t count) const {
         Bytes joined;
-        for (int i = 0; i < count; ++i) {
+        for (std::size_t i = 0; i < count; ++i) {
             joined.insert(joined.end(), payloads_[i].begin(), payloads_[i].end());
         }
         return joined;

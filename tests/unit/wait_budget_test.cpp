@@ -27,7 +27,7 @@ TEST(WaitBudget, NoMinuteHoldsMoreThanTheLimit) {
         Time begin;
         Time end;
     };
-    for (const int longest : {30, 900, 5'000}) {
+    for (const unsigned longest : {30U, 900U, 5'000U}) {
         std::mt19937 random{7};
         WaitBudget budget;
         std::vector<Wait> waits;
