@@ -148,7 +148,8 @@ int main(int argc, char** argv) try {
     if (parsed >= 0) {
         return parsed == done ? written : parsed;
     }
-    return code == done ? written : code;
+    // Whatever else was missed, as a status line that had not come yet: the output is why it ended.
+    return written == done ? code : written;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "ardenvue-ctl: %s\n", failure.what());
     return unusable;

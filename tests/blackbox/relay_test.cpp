@@ -198,19 +198,27 @@ TEST(Relay, DropsAClientThatCannotFollow) {
 #ifndef REAL_BOARD
 // What the last connection left in the kernel does not keep a restarted service from its port.
 TEST(Relay, ComesBackOnItsPortAtOnce) {
-    const UdpSocket number;  // held, so that no other test takes this number too
+    // Bound, so that nobody else is given this port; it may be listened on all the same.
+    const FileDescriptor held{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    const int on = 1;
+    setsockopt(held.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address = sim::loopback(0);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(bind(held.get(), reinterpret_cast<const sockaddr*>(&address), size), 0);
+    ASSERT_EQ(getsockname(held.get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+    const std::uint16_t port = ntohs(address.sin_port);
     ServiceSetup setup;
-    setup.board.relay_port = number.port();
+    setup.board.relay_port = port;
     Service service{setup};
     ASSERT_TRUE(service.said(waiting));
-    Client client{number.port()};
+    Client client{port};
     ASSERT_TRUE(service.said(connected));
     service.board().kill();  // the service's side closes first, and waits for the client's
     EXPECT_EQ(service.end_code(), -SIGKILL);
     EXPECT_FALSE(client.receive());
     service.start();
     EXPECT_TRUE(service.said(waiting));
-    Client next{number.port()};
+    Client next{port};
     EXPECT_TRUE(service.said(connected));
 }
 #endif
