@@ -87,12 +87,12 @@ TEST(UsbWaiting, StoppedAndContinuedItGoesOnReading) {
     EXPECT_FALSE(service.next_status().empty()) << service.board().errors();
 
     // Signals are the main thread's; but each worker takes the ones that its own faults raise.
-    std::map<std::string, unsigned long> blocked;
+    std::map<std::string, std::uint64_t> blocked;
     for (const auto& task : std::filesystem::directory_iterator{tasks}) {
         blocked[status_field(task.path(), "Name:")] |=
-            std::stoul(status_field(task.path(), "SigBlk:"), nullptr, 16);
+            std::stoull(status_field(task.path(), "SigBlk:"), nullptr, 16);
     }
-    const auto bit = [](int signal) { return 1UL << (signal - 1); };
+    const auto bit = [](int signal) { return std::uint64_t{1} << (signal - 1); };
     for (const char* worker : {"usb-receiver", "usb-reader", "relay", "udp-reader", "status", "gimbal"}) {
         EXPECT_EQ(blocked[worker] & (bit(SIGCHLD) | bit(SIGTERM) | bit(SIGUSR1) | bit(SIGSEGV) | bit(SIGBUS)),
                   bit(SIGCHLD) | bit(SIGTERM) | bit(SIGUSR1))
