@@ -9,7 +9,7 @@
 #include "io/udp_endpoint.h"
 #include "platform/thread.h"
 #include "state/rc_poller.h"
-#include "state/status.h"
+#include "state/status_sender.h"
 #include "state/telemetry.h"
 
 namespace {

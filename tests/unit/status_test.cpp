@@ -1,6 +1,4 @@
 // What the main application is told, at the edges that no push from a camera reaches.
-#include "state/status.h"
-
 #include <atomic>
 #include <cmath>
 #include <cstring>
@@ -13,6 +11,7 @@
 
 #include "platform/relaxed.h"
 #include "state/status_line.h"
+#include "state/status_sender.h"
 
 namespace {
 
