@@ -1,7 +1,6 @@
 #include "bench/campaign.h"
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -105,15 +104,6 @@ bool judge(const char* what, const std::string& figure, bool right) {
 
 void note(const char* what, const std::string& figure) {
     std::printf("  %-46s %28s\n", what, figure.c_str());
-}
-
-std::string text(const char* format, ...) {
-    char buffer[256];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(buffer, sizeof buffer, format, arguments);
-    va_end(arguments);
-    return buffer;
 }
 
 }  // namespace campaign

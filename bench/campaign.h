@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,11 @@ bool judge(const char* what, const std::string& figure, bool right);
 void note(const char* what, const std::string& figure);
 
 // printf into a string.
-std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
+template <typename... Values>
+std::string text(const char* format, Values... values) {
+    char buffer[256];
+    std::snprintf(buffer, sizeof buffer, format, values...);
+    return buffer;
+}
 
 }  // namespace campaign

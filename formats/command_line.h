@@ -39,7 +39,7 @@ inline CLI::Validator count() {
 // The first word that stands where a subcommand is expected; empty when there is none.
 inline std::string first_word(const CLI::App& app, int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
-        const std::string word = argv[i];
+        std::string word = argv[i];
         if (!word.starts_with('-')) {
             return word;
         }

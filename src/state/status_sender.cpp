@@ -14,6 +14,7 @@
 #include "state/status_line.h"
 
 namespace {
+MainAppTarget the_target;
 
 constexpr std::uint32_t tick_ms = 100;
 constexpr std::uint32_t line_period = 10;  // this and the two below: in ticks
@@ -79,8 +80,7 @@ void run_tick(std::uint32_t tick, TelemetryState& telemetry) {
 }  // namespace
 
 MainAppTarget& main_app_target() {
-    static MainAppTarget target{};
-    return target;
+    return the_target;
 }
 
 long format_status_line(const TelemetryState& telemetry) {

@@ -283,9 +283,10 @@ TEST(CtlAlone, ComparesWhatWasSentWithWhatArrived) {
         {"RESULT=problems\n" + account + "PROBLEM=a=b\n", "1920x1080", ctl::different, "complains: a=b\n"},
         {"", "1920x1080", ctl::unusable, "is no report"},
     };
+    const std::string files = sent + " " + seen + " --picture-size ";
     for (const auto& c : cases) {
         std::ofstream{sent} << c.report;
-        const Result result = run_ctl("account " + sent + " " + seen + " --picture-size " + c.size);
+        const Result result = run_ctl("account " + files + c.size);
         EXPECT_EQ(result.code, c.code) << c.report;
         EXPECT_THAT(result.output, HasSubstr(c.said)) << c.report;
     }

@@ -13,8 +13,6 @@
 #include "sim/remote/clip.h"
 #include "tests/blackbox/harness.h"
 
-extern char** environ;
-
 namespace {
 
 using namespace blackbox;

@@ -30,10 +30,8 @@ class Simulator : public testing::Test {
     void TearDown() override { fs::remove_all(directory); }
 
     void run(const std::string& arguments) {
-        const std::string command =
-            "exec 2>&1; "
-            "env --default-signal=HUP " SIM_PATH " run " +
-            arguments;
+        const std::string command = "exec 2>&1; cd " + directory.string() +
+                                    "; env --default-signal=HUP " SIM_PATH " run " + arguments;
         std::FILE* const output = popen(command.c_str(), "r");
         ASSERT_NE(output, nullptr);
         std::array<char, 4096> buffer{};
@@ -51,9 +49,8 @@ class Simulator : public testing::Test {
 };
 
 TEST_F(Simulator, RunsTheServiceAndReports) {
-    run("--seconds 3 --fault unplug@2:0.1 --fault corrupt --fault garbage --report " + directory.string() +
-        "/report --log " + directory.string() + "/log --board-dir " + directory.string() +
-        "/board -- -s 5999");
+    run("--seconds 3 --fault unplug@2:0.1 --fault corrupt --fault garbage --report report --log log "
+        "--board-dir board -- -s 5999");
     EXPECT_EQ(code, 0) << said;
     EXPECT_THAT(said,
                 AllOf(HasSubstr("the service ended with exit code 3, as it must"), HasSubstr("All is well."),
@@ -72,10 +69,10 @@ TEST_F(Simulator, RunsTheServiceAndReports) {
 
 TEST_F(Simulator, StopsWhenTold) {
     for (const char* signal : {"INT", "TERM", "HUP"}) {
-        const std::string output = directory.string() + "/output";
-        run("--no-video --report " + directory.string() + "/report >" + output +
-            " & until grep -qsE 'enumerated|PROBLEM' " + output + "; do sleep 0.1; done; kill -" + signal +
-            " $!; wait $!; code=$?; cat " + output + "; rm " + output + "; (exit $code)");
+        run(std::string{
+                "--no-video --report report >output & until grep -qsE 'enumerated|PROBLEM' output; do "
+                "sleep 0.1; done; kill -"} +
+            signal + " $!; wait $!; code=$?; cat output; rm output; (exit $code)");
         EXPECT_EQ(code, 0) << said;
         EXPECT_THAT(said, HasSubstr("All is well."));
         EXPECT_THAT(file("report"), AllOf(HasSubstr("RESULT=well\n"), HasSubstr("VIDEO_FRAMES=0\n")));

@@ -10,9 +10,6 @@
 
 namespace {
 
-using formats::CaptureReader;
-using formats::CaptureWriter;
-using formats::Direction;
 using std::chrono::microseconds;
 
 class CaptureFile : public testing::Test {

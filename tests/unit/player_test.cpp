@@ -15,10 +15,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using formats::CaptureWriter;
-using formats::Direction;
-using formats::FrameType;
-using formats::StreamReader;
 using sim::AccessUnit;
 using sim::Bytes;
 using sim::Camera;
