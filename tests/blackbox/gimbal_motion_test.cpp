@@ -220,7 +220,8 @@ TEST_F(GimbalMotion, DoesNotComeBetweenThePacketsOfACommand) {
     const std::string moving = "0C F4 01 00 00 00 00 90";
     ASSERT_NO_FATAL_FAILURE(gimbal_->wait_for(moving));
     int motion_packets = 0;
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 100 || motion_packets < 4; ++i) {
+        ASSERT_LT(i, 10'000) << "the gimbal moved all the while";
         gimbal_->service().command(R"({"cmd":"horizont","param":"calibrate"})");
         std::string packet = gimbal_->next();
         for (; packet == moving; packet = gimbal_->next()) {
@@ -230,7 +231,6 @@ TEST_F(GimbalMotion, DoesNotComeBetweenThePacketsOfACommand) {
         ASSERT_EQ(gimbal_->next(), calibration[1]);
         ASSERT_EQ(gimbal_->next(), calibration[2]);
     }
-    EXPECT_GT(motion_packets, 3) << "the gimbal moved all the while";
     ASSERT_NO_FATAL_FAILURE(gimbal_->expect_stop(moving, relative_stop));
 }
 
