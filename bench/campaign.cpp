@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <random>
+#include <sstream>
 
 namespace campaign {
 namespace {
@@ -19,9 +19,21 @@ long number_behind(const std::string& text, const std::string& name) {
     return at == std::string::npos ? 0 : std::strtol(text.c_str() + at + name.size(), nullptr, 10);
 }
 
+// Both of these: as much as there is of it, also when it goes meanwhile, as a process does.
 std::string read_file(const fs::path& path) {
-    std::ifstream file{path, std::ios::binary};
-    return {std::istreambuf_iterator<char>{file}, {}};
+    std::ostringstream text;
+    text << std::ifstream{path, std::ios::binary}.rdbuf();
+    return text.str();
+}
+
+std::vector<fs::path> entries_of(const fs::path& directory) {
+    std::vector<fs::path> entries;
+    std::error_code gone;
+    for (fs::directory_iterator entry{directory, gone}; !gone && entry != fs::directory_iterator{};
+         entry.increment(gone)) {
+        entries.push_back(entry->path());
+    }
+    return entries;
 }
 
 }  // namespace
@@ -29,11 +41,10 @@ std::string read_file(const fs::path& path) {
 ProcessFigures figures_of(pid_t process) {
     const fs::path proc = "/proc/" + std::to_string(process);
     const std::string status = read_file(proc / "status");
-    std::error_code gone;
     ProcessFigures figures;
     figures.anonymous_kb = number_behind(status, "RssAnon:");
     figures.threads = static_cast<int>(number_behind(status, "Threads:"));
-    figures.descriptors = static_cast<int>(std::distance(fs::directory_iterator{proc / "fd", gone}, {}));
+    figures.descriptors = static_cast<int>(entries_of(proc / "fd").size());
     return figures;
 }
 
@@ -49,21 +60,18 @@ ProcessFigures least_of(const std::vector<ProcessFigures>& samples) {
 
 int processes_with(const std::string& environment) {
     int count = 0;
-    std::error_code gone;
-    for (const fs::directory_entry& entry : fs::directory_iterator{"/proc", gone}) {
-        if (entry.path().filename().string().find_first_not_of("0123456789") == std::string::npos) {
-            count += read_file(entry.path() / "environ").find(environment) != std::string::npos;
+    for (const fs::path& process : entries_of("/proc")) {
+        if (process.filename().string().find_first_not_of("0123456789") == std::string::npos) {
+            count += read_file(process / "environ").find(environment) != std::string::npos;
         }
     }
     return count;
 }
 
 int shared_objects_with(const std::string& prefix) {
-    std::error_code gone;
-    return static_cast<int>(
-        std::count_if(fs::directory_iterator{"/dev/shm", gone}, {}, [&](const fs::directory_entry& entry) {
-            return entry.path().filename().string().starts_with(prefix);
-        }));
+    return static_cast<int>(std::ranges::count_if(entries_of("/dev/shm"), [&](const fs::path& object) {
+        return object.filename().string().starts_with(prefix);
+    }));
 }
 
 std::vector<sim::AccessUnit> dense_clip(const std::string& path, double bits_per_second,
