@@ -17,15 +17,11 @@ constexpr std::size_t transcoding_size = 13'003'624;
 constexpr std::size_t slot_count = 200;
 
 Bytes frame(std::uint8_t type, const Bytes& payload) {
-    Bytes bytes = {0x55,
-                   0xCC,
-                   type,
-                   0x57,
-                   static_cast<std::uint8_t>(payload.size()),
-                   static_cast<std::uint8_t>(payload.size() >> 8),
-                   0,
-                   0};
-    bytes.insert(bytes.end(), payload.begin(), payload.end());
+    const std::size_t size = payload.size();
+    const std::uint8_t header[] = {
+        0x55, 0xCC, type, 0x57, static_cast<std::uint8_t>(size), static_cast<std::uint8_t>(size >> 8), 0, 0};
+    Bytes bytes(sizeof header + size);
+    std::copy(payload.begin(), payload.end(), std::copy(std::begin(header), std::end(header), bytes.begin()));
     return bytes;
 }
 
