@@ -58,12 +58,6 @@ TEST(UsbLink, EveryEndHasItsLinesAndItsCode) {
              service.cable().send_packet({});
          },
          3, "read failed", read_failed},
-        {[](Service& service) {
-             service.stream();
-             EXPECT_GT(service.next_status().size(), 0U);
-             service.cable().pull();
-         },
-         3, "read failed", read_failed},
         // While the reader waits for its first packet.
         {[](Service& service) {
              service.enumerate();

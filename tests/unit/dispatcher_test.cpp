@@ -109,48 +109,6 @@ TEST(Dispatcher, TakesACommandHoweverItIsWrapped) {
     }
 }
 
-// A command without its argument leaves the camera alone and says nothing.
-TEST(Dispatcher, SkipsACommandWhoseArgumentIsMissing) {
-    const char* const words[] = {"camera\",\"param\":\"mode",
-                                 "focus\",\"param\":\"type",
-                                 "focus\",\"param\":\"point",
-                                 "focus\",\"param\":\"manual",
-                                 "gimbal\",\"param\":\"mode",
-                                 "gimbal\",\"param\":\"follow",
-                                 "video_mode",
-                                 "shutter",
-                                 "aperture",
-                                 "iso",
-                                 "ev",
-                                 "wb",
-                                 "color",
-                                 "video_resolution",
-                                 "video_transmission",
-                                 "video_aspect",
-                                 "shotmode",
-                                 "antiflicker",
-                                 "video_std",
-                                 "horizont",
-                                 "format",
-                                 "histogram",
-                                 "position",
-                                 "orientation",
-                                 "record",
-                                 "camera",
-                                 "focus",
-                                 "gimbal"};
-    for (const char* word : words) {
-        EXPECT_THAT(dispatch(std::string{"!{\"cmd\":\""} + word + "\"}"), IsEmpty()) << word;
-    }
-    for (const char* wrong : {"null", "1", "{}", "[\"auto\"]", "true"}) {
-        EXPECT_THAT(dispatch(std::string{"!{\"cmd\":\"wb\",\"param\":"} + wrong + "}"), IsEmpty()) << wrong;
-    }
-    EXPECT_THAT(dispatch("!{\"cmd\":\"focus\",\"param\":\"point\",\"value\":\"0.5\"}"), IsEmpty());
-    EXPECT_THAT(dispatch("!{\"cmd\":\"focus\",\"param\":\"point\",\"value2\":\"0.5\"}"), IsEmpty());
-    EXPECT_THAT(dispatch("!{\"cmd\":\"focus\",\"param\":\"point\",\"value\":\"0.5\",\"value2\":1}"),
-                IsEmpty());
-}
-
 TEST(Dispatcher, ConvertsEveryNumberThatATextCanHold) {
     struct Case {
         const char* members;

@@ -26,7 +26,6 @@ struct FakeObjects {
     std::string faulty_name;
     Fault fault = Fault::none;
     bool reserve_fails = false;
-    int created = 0;
 };
 
 FakeObjects fake;
@@ -50,7 +49,6 @@ extern "C" int shm_open(const char* name, int flags, mode_t mode) {
             return -1;
         }
         EXPECT_EQ(mode, 0600U);
-        ++fake.created;
         fake.objects[name] = memfd_create(name, 0);
     }
     // A descriptor that only reads can't be sized, one that only writes can't be mapped.
@@ -71,12 +69,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::size_t ring_size = 60'003'624;
-constexpr std::size_t transcoding_size = 13'003'624;
 constexpr std::size_t slot_size = 300'018;
-
-std::size_t object_size(const char* name) {
-    return static_cast<std::size_t>(lseek(fake.objects.at(name), 0, SEEK_END));
-}
 
 Bytes read_object(const char* name, std::size_t offset, std::size_t size) {
     Bytes bytes(size);
@@ -112,24 +105,6 @@ class FrameRingTest : public testing::Test {
         }
     }
 };
-
-TEST_F(FrameRingTest, StartsAsOneByteOfOneAndTheRestZero) {
-    // The first time new objects, then a restart on what a crashed writer left, longer than it should be.
-    for (int start = 0; start < 2; ++start) {
-        ASSERT_EQ(init_frame_buffers(), 0);
-        EXPECT_EQ(fake.created, 2);
-        for (const auto& [name, size] : {std::pair{"ardenvue_framebuffer", ring_size},
-                                         std::pair{"ardenvue_framebuffer_transcoding", transcoding_size}}) {
-            ASSERT_EQ(object_size(name), size);
-            const Bytes bytes = read_object(name, 0, size);
-            EXPECT_EQ(bytes[0], 1);
-            EXPECT_TRUE(
-                std::all_of(bytes.begin() + 1, bytes.end(), [](std::uint8_t byte) { return byte == 0; }));
-            ASSERT_EQ(ftruncate(fake.objects[name], 70'000'000), 0);
-            ASSERT_EQ(pwrite(fake.objects[name], "left behind", 11, static_cast<off_t>(size - 11)), 11);
-        }
-    }
-}
 
 TEST_F(FrameRingTest, CountsOnPastTheLastFrameNumber) {
     ASSERT_EQ(init_frame_buffers(), 0);

@@ -28,12 +28,6 @@ void fill(char (&field)[capacity], char filler) {
     std::memset(field, filler, capacity);  // no terminator, as if read in the middle of a rewrite
 }
 
-template <typename Record>
-std::vector<int> bytes_of(const Record& record) {
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(&record);
-    return {bytes, bytes + sizeof record};
-}
-
 TEST(StatusLine, BeforeAnyPushEveryPairStandsInItsPlace) {
     EXPECT_EQ(line_of({}),
               "\x07"
@@ -111,28 +105,6 @@ TEST(StatusLine, StandsWhileTheDecoderWrites) {
     }
     done = true;
     decoder.join();
-}
-
-TEST(GimbalFocusRecord, CarriesEveryFieldInItsPlace) {
-    TelemetryState t{};
-    t.gimbal_orientation_lock = 1;
-    t.attitude[0] = -200;
-    t.attitude[1] = 0x1234;
-    t.attitude[2] = -1;
-    t.camera_flags_a = 0x81;
-    t.camera_flags_b = 0x22;
-    t.camera_flags_c = 0x33;
-    t.focus_valid = 1;
-    t.focus_mode = 0xA6;
-    t.focus_max = 0xABCD;
-    t.focus_position = 0x0102;
-    t.focus_point_x = 0.5F;
-    t.focus_point_y = 0.25F;
-    t.focus_aux_1 = 0x44;
-    t.focus_aux_2 = 0x55;
-    EXPECT_THAT(bytes_of(gimbal_focus_record(t)),
-                testing::ElementsAre(6, 0, 1, 0x38, 0xFF, 0x34, 0x12, 0xFF, 0xFF, 0x81, 0x22, 0x33, 1, 0xA6,
-                                     0, 0xCD, 0xAB, 0x02, 0x01, 0xF4, 0x01, 0xFA, 0x00, 0x44, 0x55, 0, 0, 0));
 }
 
 TEST(GimbalFocusRecord, CoordinatesSaturateBeforeTheyAreCut) {
