@@ -113,23 +113,25 @@ TEST(Stream, OfAClipArrivesWhole) {
     const std::vector<AccessUnit> small = clip("1280x720");
     const std::vector<AccessUnit> large = clip("1920x1080");
 
-    sim::LiveSource clean{small, playing.camera, {60, false, {}}, playing.stopwatch.now()};
-    playing.play(clean, 1s);
+    sim::LiveSource clean{small, playing.camera, {30, false, {}}, playing.stopwatch.now()};
+    do {
+        ASSERT_NO_FATAL_FAILURE(playing.play(clean, 1s));
+    } while (playing.tally().video.frames <= 10);
     const auto first = static_cast<std::size_t>(playing.tally().video.frames);
-    ASSERT_GT(first, 10u);
     std::vector<Bytes> expected = payloads_of(small, first);
     EXPECT_EQ(playing.ring(first), expected);
     EXPECT_EQ(playing.service.board().run_file("video_width"), "1280");
     EXPECT_EQ(playing.service.board().run_file("video_height"), "720");
 
     sim::LiveSource faulty{
-        large, playing.camera, {60, false, {sim::max_garbage, true}}, playing.stopwatch.now()};
-    playing.play(faulty, 1500ms);
+        large, playing.camera, {30, false, {sim::max_garbage, true}}, playing.stopwatch.now()};
+    do {
+        ASSERT_NO_FATAL_FAILURE(playing.play(faulty, 1500ms));
+    } while (faulty.corrupted_packets() <= 5);
     const auto all = static_cast<std::size_t>(playing.tally().video.frames);
     const std::vector<Bytes> second = payloads_of(large, all - first);
     expected.insert(expected.end(), second.begin(), second.end());
     EXPECT_EQ(playing.ring(all), expected);
-    EXPECT_GT(faulty.corrupted_packets(), 5u);
     EXPECT_EQ(playing.service.board().run_file("video_width"), "1920");
     EXPECT_EQ(playing.service.board().run_file("video_height"), "1080");
 
