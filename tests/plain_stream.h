@@ -50,7 +50,7 @@ inline void parse(Bytes& buffer, Handed& found) {
         if (start + 8 > buffer.size()) {
             return;  // no frame is shorter
         }
-        const std::size_t end = start + 8 + buffer[start + 4] + 256U * buffer[start + 5];
+        const std::size_t end = start + 8 + buffer[start + 4] + std::size_t{256} * buffer[start + 5];
         if (end >= buffer.size()) {
             return;
         }
