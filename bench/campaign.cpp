@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <random>
-#include <sstream>
+
+#include "sim/board/file_contents.h"
 
 namespace campaign {
 namespace {
@@ -19,13 +19,7 @@ long number_behind(const std::string& text, const std::string& name) {
     return at == std::string::npos ? 0 : std::strtol(text.c_str() + at + name.size(), nullptr, 10);
 }
 
-// Both of these: as much as there is of it, also when it goes meanwhile, as a process does.
-std::string read_file(const fs::path& path) {
-    std::ostringstream text;
-    text << std::ifstream{path, std::ios::binary}.rdbuf();
-    return text.str();
-}
-
+// As many as there are, also when the directory goes meanwhile, as a process's does.
 std::vector<fs::path> entries_of(const fs::path& directory) {
     std::vector<fs::path> entries;
     std::error_code gone;
@@ -40,7 +34,7 @@ std::vector<fs::path> entries_of(const fs::path& directory) {
 
 ProcessFigures figures_of(pid_t process) {
     const fs::path proc = "/proc/" + std::to_string(process);
-    const std::string status = read_file(proc / "status");
+    const std::string status = sim::file_contents(proc / "status").value_or("");
     ProcessFigures figures;
     figures.anonymous_kb = number_behind(status, "RssAnon:");
     figures.threads = static_cast<int>(number_behind(status, "Threads:"));
@@ -62,7 +56,8 @@ int processes_with(const std::string& environment) {
     int count = 0;
     for (const fs::path& process : entries_of("/proc")) {
         if (process.filename().string().find_first_not_of("0123456789") == std::string::npos) {
-            count += read_file(process / "environ").find(environment) != std::string::npos;
+            count +=
+                sim::file_contents(process / "environ").value_or("").find(environment) != std::string::npos;
         }
     }
     return count;

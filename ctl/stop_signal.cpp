@@ -2,6 +2,8 @@
 
 #include <csignal>
 
+#include "formats/stop_signals.h"
+
 namespace ctl {
 namespace {
 
@@ -10,17 +12,8 @@ volatile std::sig_atomic_t stopped = 0;
 }  // namespace
 
 void catch_stop_signals() {
-    struct sigaction action {};
-    action.sa_handler = [](int) { stopped = 1; };
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    struct sigaction hangup {};
-    sigaction(SIGHUP, nullptr, &hangup);
-    if (hangup.sa_handler != SIG_IGN) {  // not under nohup
-        sigaction(SIGHUP, &action, nullptr);
-    }
-    action.sa_handler = SIG_IGN;
-    sigaction(SIGPIPE, &action, nullptr);
+    formats::on_stop_signals([](int) { stopped = 1; });
+    std::signal(SIGPIPE, SIG_IGN);
 }
 
 bool stop_requested() {

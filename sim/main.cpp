@@ -1,11 +1,11 @@
 // ardenvue-sim, the remote controller for desks and tests.
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 
 #include <CLI/CLI.hpp>
 
 #include "formats/command_line.h"
+#include "formats/stop_signals.h"
 #include "sim/run_command.h"
 
 namespace {
@@ -14,14 +14,6 @@ namespace fs = std::filesystem;
 
 std::atomic<bool> stop{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "it is set by a signal handler");
-
-void stop_on_signals() {
-    struct sigaction action {};
-    action.sa_handler = [](int) { stop = true; };
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    sigaction(SIGHUP, &action, nullptr);  // the terminal has gone: nothing of the board may be left either
-}
 
 // The first of these places, relative to this executable, where there is such a file; empty when there is
 // none.
@@ -126,7 +118,7 @@ int main(int argc, char** argv) try {
         options.session.length =
             std::chrono::duration_cast<sim::Time>(std::chrono::duration<double>(seconds));
     }
-    stop_on_signals();
+    formats::on_stop_signals([](int) { stop = true; });  // nothing of the board may be left then
     return sim::run(options, stop);
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "ardenvue-sim: %s\n", failure.what());

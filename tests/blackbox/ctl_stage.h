@@ -26,6 +26,7 @@
 namespace ctl_stage {
 
 using namespace std::chrono_literals;
+using blackbox::contents;
 using blackbox::eventually;
 using blackbox::patience;
 using blackbox::Service;
@@ -54,11 +55,6 @@ inline Result run(const char* program, const std::string& arguments) {
 
 inline Result run_ctl(const std::string& arguments) {
     return run(CTL_PATH, arguments + " 2>&1");
-}
-
-inline Bytes contents(const fs::path& path) {
-    std::ifstream file{path, std::ios::binary};
-    return {std::istreambuf_iterator<char>{file}, {}};
 }
 
 // A status port that nobody holds; below the kernel's own choices, so that none of those takes it in between.

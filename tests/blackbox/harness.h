@@ -19,7 +19,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -43,6 +46,12 @@ using sim::Bytes;
 using sim::Datagram;
 using sim::Milliseconds;
 using sim::UdpSocket;
+
+// All bytes of a file; none when there is no such file.
+inline Bytes contents(const std::filesystem::path& path) {
+    std::ifstream file{path, std::ios::binary};
+    return {std::istreambuf_iterator<char>{file}, {}};
+}
 
 // Long enough for a sanitized build on a machine that does much else; nothing waits that long when all is
 // well.

@@ -5,8 +5,6 @@
 #include <sys/wait.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "ardenvue.h"
 #include "sim/aircraft/packet.h"
@@ -96,11 +94,6 @@ class Dump {
     }
 
   private:
-    static Bytes contents(const fs::path& path) {
-        std::ifstream file{path, std::ios::binary};
-        return {std::istreambuf_iterator<char>{file}, {}};
-    }
-
     const fs::path file_ = fs::temp_directory_path() / ("ring_dump-" + std::to_string(getpid()) + ".h264");
     const fs::path said_ = file_.string() + ".said";
     pid_t process_ = -1;
