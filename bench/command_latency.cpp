@@ -78,35 +78,35 @@ class Video {
     std::thread sender_;
 };
 
-std::uint16_t open_application(ctl::ServiceLink& application) {
+std::uint16_t open_application(ctl::Link& application) {
+    ctl::BoardOptions any_port;
+    any_port.status_port = 0;
     sockaddr_in address{};
     socklen_t length = sizeof address;
-    if (application.open("127.0.0.1", 0) != 0 ||
-        getsockname(application.descriptor(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        throw std::runtime_error{"no socket for the status: " + application.problem()};
+    if (ctl::open_link(any_port, application) != 0 ||
+        getsockname(ardenvue_link_descriptor(application.get()), reinterpret_cast<sockaddr*>(&address),
+                    &length) != 0) {
+        throw std::runtime_error{"no socket for the status"};
     }
     return ntohs(address.sin_port);
 }
 
-std::vector<Sample> send_commands(ctl::ServiceLink& application, sim::Cable& cable, const Video& video,
+std::vector<Sample> send_commands(ArdenvueLink* application, sim::Cable& cable, const Video& video,
                                   std::size_t count) {
-    ctl::CameraView view;
-    const auto deadline = Clock::now() + patience;
-    while (!application.knows_service()) {
-        application.wait(view, deadline);
-        if (Clock::now() > deadline) {
-            throw std::runtime_error{"no status line"};
-        }
+    const auto limit = static_cast<int>(sim::Milliseconds{patience}.count());
+    if (ardenvue_link_wait(application, ARDENVUE_STATUS_LINE, limit) < 0) {
+        throw std::runtime_error{"no status line"};
     }
     std::mt19937 random{1};
     std::uniform_int_distribution<int> pause{500, 4000};
     std::vector<Sample> samples;
     while (samples.size() < count) {
         std::this_thread::sleep_for(std::chrono::microseconds{pause(random)});
-        application.drain(view);
+        while (ardenvue_link_wait(application, ARDENVUE_ANY_REPORT, 0) > 0) {
+        }
         const std::uint64_t reads = video.reads();
         const Clock::time_point sent = Clock::now();
-        application.send_command(R"({"cmd":"iso","param":"400"})");
+        ardenvue_send_json(application, R"({"cmd":"iso","param":"400"})");
         if (!cable.bulk_in(patience)) {
             throw std::runtime_error{"a command was lost"};
         }
@@ -133,7 +133,7 @@ void report(const std::vector<Sample>& samples, double Sample::*member, const ch
 }
 
 void measure(const char* lock, const char* executable, const Stream& stream, std::size_t count) {
-    ctl::ServiceLink application;
+    ctl::Link application;
     const std::uint16_t port = open_application(application);
     sim::BoardOptions options;
     options.library = BOARD_LIBRARY_PATH;
@@ -144,7 +144,7 @@ void measure(const char* lock, const char* executable, const Stream& stream, std
     }
     const Video video{board.cable(), stream};
     const Clock::time_point start = Clock::now();
-    const std::vector<Sample> samples = send_commands(application, board.cable(), video, count);
+    const std::vector<Sample> samples = send_commands(application.get(), board.cable(), video, count);
     const double read_time = Microseconds{Clock::now() - start}.count() / static_cast<double>(video.reads());
     std::printf("%-10s  %-11s  %9.1f  ", stream.name, lock, read_time);
     report(samples, &Sample::microseconds, "%9.0f");

@@ -29,11 +29,21 @@ constexpr sim::Milliseconds patience = 20s;
 constexpr std::size_t warm_up = 20, window = 20;
 constexpr long memory_slack_kb = 256;
 
-std::uint16_t port_of(const ctl::ServiceLink& link) {
+std::uint16_t port_of(const ArdenvueLink* link) {
     sockaddr_in address{};
     socklen_t length = sizeof address;
-    getsockname(link.descriptor(), reinterpret_cast<sockaddr*>(&address), &length);
+    getsockname(ardenvue_link_descriptor(link), reinterpret_cast<sockaddr*>(&address), &length);
     return ntohs(address.sin_port);
+}
+
+ctl::Link any_link() {
+    ctl::BoardOptions any_port;
+    any_port.status_port = 0;
+    ctl::Link link;
+    if (ctl::open_link(any_port, link) != 0) {
+        throw std::runtime_error{"no socket for the status"};
+    }
+    return link;
 }
 
 // Sends empty frames until the condition holds: they bring the last frame through, and the service writes
@@ -67,10 +77,8 @@ bool judge_samples(const std::vector<ProcessFigures>& samples) {
 }
 
 bool soak(double seconds) {
-    ctl::ServiceLink link;
-    if (link.open("127.0.0.1", 0) != 0) {
-        throw std::runtime_error{"no socket for the status: " + link.problem()};
-    }
+    const ctl::Link owned = any_link();
+    ArdenvueLink* const link = owned.get();
     sim::BoardOptions options;
     options.library = BOARD_LIBRARY_PATH;
     sim::Board board{options};
@@ -147,7 +155,9 @@ bool soak(double seconds) {
                    misbehaving.sent() > 0);
     right &= judge("complaints of the camera", std::to_string(camera.complaints().size()),
                    camera.complaints().empty());
-    note("status lines", std::to_string(link.totals().lines));
+    ArdenvueLinkTotals totals;
+    ardenvue_link_totals(link, &totals);
+    note("status lines", std::to_string(totals.status_lines));
     note("processor time of the service", text("%.1f %%", 100 * cpu_used / took));
     right &= judge_samples(application.samples());
     std::printf("%s\n", right ? "Nothing lost, nothing grown." : "The soak failed. The service said last:");

@@ -13,11 +13,9 @@
 #include <thread>
 #include <vector>
 
-#include "ardenvue.h"
+#include "ardenvue/client.h"
 #include "bench/campaign.h"
-#include "ctl/command_words.h"
 #include "ctl/relay_client.h"
-#include "ctl/service_link.h"
 #include "ctl/video_feed.h"
 #include "formats/stream_reader.h"
 #include "sim/board/board.h"
@@ -82,7 +80,7 @@ class Commands {
 // the service's figures.
 class Application {
   public:
-    Application(ctl::ServiceLink& link, const sim::Board& board, Commands& under_way)
+    Application(ArdenvueLink* link, const sim::Board& board, Commands& under_way)
         : link_{link},
           under_way_{under_way},
           process_{board.process()},
@@ -113,19 +111,18 @@ class Application {
         auto command = Clock::now() + 1s;
         auto sample = Clock::now();
         while (!ending_) {
-            link_.wait(view_, Clock::now() + 5ms);
-            link_.drain(view_);
+            ardenvue_link_wait(link_, ARDENVUE_ANY_REPORT, 5);
             video_.poll();
             frames_read_ = video_.totals().frames;
-            if (command_port_ == 0 && link_.knows_service()) {
-                const std::string name = link_.service_name();
+            const std::string name = ardenvue_link_service(link_);
+            if (command_port_ == 0 && !name.empty()) {
                 command_port_ = static_cast<std::uint16_t>(std::stoi(name.substr(name.find(':') + 1)));
             }
             if (sending_ && command_port_ != 0 && Clock::now() >= command) {
                 command += command_interval;
                 const char* const words = commands[under_way_.sent() % std::size(commands)];
                 under_way_.sent(words);
-                link_.send_command(ctl::parse_command(words).command.json);
+                ardenvue_send(link_, words);
             }
             if (sending_ && Clock::now() >= sample) {
                 sample += sample_interval;
@@ -134,11 +131,10 @@ class Application {
         }
     }
 
-    ctl::ServiceLink& link_;
+    ArdenvueLink* link_;
     Commands& under_way_;
     const pid_t process_;
     ctl::VideoFeed video_;
-    ctl::CameraView view_;
     std::vector<ProcessFigures> samples_;
     std::atomic<std::uint64_t> frames_read_{0};
     std::atomic<std::uint16_t> command_port_{0};

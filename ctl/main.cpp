@@ -1,5 +1,6 @@
 // ardenvue-ctl: sees and uses a running service, as a main application does.
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -7,7 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "ctl/command_words.h"
+#include "ardenvue/client.h"
 #include "ctl/exit_codes.h"
 #include "ctl/output.h"
 #include "ctl/stop_signal.h"
@@ -43,6 +44,12 @@ void add_status(CLI::App& app, const BoardOptions& board, StatusOptions& options
         ->check(formats::above_zero())
         ->capture_default_str();
     status->callback([&] { code = run_status(board, options); });
+}
+
+std::string command_overview() {
+    std::string text(static_cast<std::size_t>(std::max(0, ardenvue_command_overview(nullptr, 0))), '\0');
+    ardenvue_command_overview(text.data(), text.size() + 1);
+    return text;
 }
 
 void add_send(CLI::App& app, const BoardOptions& board, SendOptions& options, int& code) {

@@ -24,11 +24,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto pass_interval = 20ms;
+constexpr int pass_milliseconds = 20;
+constexpr int most_reports = 1000;  // at a time, so that a flood can't keep the monitor from all else
 constexpr auto redraw_interval = 200ms;
 constexpr auto line_interval = 1s;
-// The service takes a main application for lost after a second without a datagram from it.
-constexpr auto presence_interval = 500ms;
 // Rates are taken over this time.
 constexpr auto rate_interval = 1s;
 
@@ -107,39 +106,43 @@ class Display {
     Every line_{line_interval};
 };
 
-void update(MonitorState& state, const ServiceLink& link, const VideoFeed& video) {
+// Takes in what arrived.
+void listen(ArdenvueLink* link) {
+    int code = ardenvue_link_wait(link, ARDENVUE_ANY_REPORT, pass_milliseconds);
+    for (int i = 0; code > 0 && i < most_reports; ++i) {
+        code = ardenvue_link_wait(link, ARDENVUE_ANY_REPORT, 0);
+    }
+}
+
+void update(MonitorState& state, const VideoFeed& video) {
     state.now = Clock::now();
     if (video.totals().frames != state.ring.frames) {
         state.frame_time = state.now;
+        ardenvue_link_saw_frame(state.link, std::chrono::nanoseconds{state.now.time_since_epoch()}.count());
     }
-    state.service = link.knows_service() ? link.service_name() : "";
+    ardenvue_link_gimbal_focus(state.link, &state.record);
+    state.service = ardenvue_link_service(state.link);
     state.ring = video.totals();
     state.ring_problem = video.open() ? "" : video.problem();
 }
 
 // Listens, reads the ring and plays the script until something ends it: the time, the script, the user, a
 // signal.
-void watch(const MonitorOptions& options, ServiceLink& link, VideoFeed& video, ScriptPlayer& player,
-           MonitorState& state) {
+void watch(const MonitorOptions& options, VideoFeed& video, ScriptPlayer& player, MonitorState& state) {
     Display display{!options.lines && has_terminal()};
-    Every presence{presence_interval};
     Every rate{rate_interval};
     Rates rates;
     const auto start = Clock::now();
     while (!stop_requested() && (options.seconds <= 0 || Clock::now() < start + seconds(options.seconds))) {
-        link.wait(state.view, Clock::now() + pass_interval);
-        link.drain(state.view);
+        listen(state.link);
         video.poll();
         state.running_seconds = in_seconds(Clock::now() - start);
-        update(state, link, video);
+        update(state, video);
         if (rate.due()) {
             rates.update(state);
             state.picture_size = video.picture_size();
         }
-        if (presence.due()) {
-            link.send_command("{}");
-        }
-        if (state.player != nullptr && player.step(link, state.view)) {
+        if (state.player != nullptr && player.step(state.link)) {
             display.show_played(player.played().back());
         }
         const bool script_is_all = state.player != nullptr && options.seconds <= 0;
@@ -169,17 +172,18 @@ int run_monitor(const BoardOptions& board, const MonitorOptions& options) {
         }
         player.set_patience(seconds(options.wait));
     }
-    ServiceLink link;
-    if (const int code = link.open(board.address, board.status_port); code != done) {
-        std::fprintf(stderr, "ardenvue-ctl: %s\n", link.problem().c_str());
+    Link link;
+    if (const int code = open_link(board, link); code != done) {
         return code;
     }
+    ardenvue_link_keep_present(link.get(), true);
     VideoFeed video{board.ring_name, board.run_dir};
     MonitorState state;
+    state.link = link.get();
     state.player = options.play.empty() ? nullptr : &player;
     const auto start = Clock::now();
-    watch(options, link, video, player, state);
-    if (!options.report.empty() && !write_report(options.report, state, link, video, start)) {
+    watch(options, video, player, state);
+    if (!options.report.empty() && !write_report(options.report, state, video, start)) {
         std::fprintf(stderr, "ardenvue-ctl: can't write %s: %s\n", options.report.c_str(),
                      std::strerror(errno));
         return unusable;
@@ -187,7 +191,7 @@ int run_monitor(const BoardOptions& board, const MonitorOptions& options) {
     if (state.player != nullptr) {
         return script_code(player);
     }
-    return link.totals().lines > 0 ? done : silent;
+    return state.has_line() ? done : silent;
 }
 
 }  // namespace ctl

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -59,8 +60,8 @@ void put_block(int& row, int column, const char* title, const Age& age, bool liv
     attroff(A_DIM);
 }
 
-std::string text(const StatusLine& line, std::string_view key) {
-    return std::string{line.value(key)};
+std::string text(const ArdenvueLink* line, const char* key) {
+    return ardenvue_link_text(line, key);
 }
 
 std::vector<Field> video_fields(const MonitorState& state) {
@@ -79,7 +80,7 @@ std::vector<Field> video_fields(const MonitorState& state) {
             {"frames", std::to_string(state.ring.frames) + ", missed " + std::to_string(state.ring.missed)}};
 }
 
-std::vector<Field> camera_fields(const StatusLine& line, const GimbalFocus& record) {
+std::vector<Field> camera_fields(const ArdenvueLink* line, const ArdenvueGimbalFocus& record) {
     return {{"model", text(line, "camera_model")},
             {"mode", text(line, "camera_mode")},
             {"recording", record.recording ? "yes, " + text(line, "rec_time") : "no"},
@@ -90,7 +91,7 @@ std::vector<Field> camera_fields(const StatusLine& line, const GimbalFocus& reco
             {"standard", text(line, "video_std") + ", " + text(line, "antiflicker")}};
 }
 
-std::vector<Field> exposure_fields(const StatusLine& line) {
+std::vector<Field> exposure_fields(const ArdenvueLink* line) {
     return {{"program", text(line, "image_mode")},
             {"iso", text(line, "iso") + ", set " + text(line, "iso_set")},
             {"shutter", text(line, "shutter") + ", set " + text(line, "shutter_set")},
@@ -100,30 +101,31 @@ std::vector<Field> exposure_fields(const StatusLine& line) {
             {"colour", text(line, "color_mode")}};
 }
 
-std::vector<Field> aircraft_fields(const StatusLine& line, const GimbalFocus& record) {
+std::vector<Field> aircraft_fields(const ArdenvueLink* line, const ArdenvueGimbalFocus& record) {
     std::string angles;
-    for (const std::int16_t angle : record.attitude) {
+    for (const std::int16_t angle : {record.heading, record.tilt, record.roll}) {
         angles += std::to_string(angle) + " ";
     }
-    const std::string type{record.focus_mode_text()};
+    const std::string type{ardenvue_focus_type_text(record.focus_type)};
     return {{"battery", text(line, "battery_level") + "%, temperature " + text(line, "battery_temp")},
             {"voltage", text(line, "voltage")},
             {"gimbal", angles + (record.orientation_lock ? "locked" : "")},
-            {"focus", record.focus_valid ? type + " at " + decimal(record.focus_point_x, 3) + ", " +
-                                               decimal(record.focus_point_y, 3)
-                                         : ""},
-            {"focus position", record.focus_valid ? std::to_string(record.focus_position) + " of " +
-                                                        std::to_string(record.focus_max)
-                                                  : ""}};
+            {"focus", record.focus_reported
+                          ? type + " at " + decimal(record.focus_x, 3) + ", " + decimal(record.focus_y, 3)
+                          : ""},
+            {"focus position", record.focus_reported ? std::to_string(record.focus_position) + " of " +
+                                                           std::to_string(record.focus_max)
+                                                     : ""}};
 }
 
 void draw_histogram(int row, int height, const MonitorState& state) {
-    const bool valid = state.view.histogram && state.is_live(state.view.histogram_time);
+    ArdenvueHistogram histogram;
+    const bool valid = ardenvue_link_histogram(state.link, &histogram) == 0;
     put_title(row++, 1, valid ? "histogram" : "histogram: off");
     if (!valid) {
         return;
     }
-    const auto& bins = state.view.histogram->bins;
+    const std::span bins{histogram.bins};
     const int highest = std::max<int>(1, *std::max_element(bins.begin(), bins.end()));
     for (int level = height; level > 0; --level, ++row) {
         for (std::size_t i = 0; i < bins.size(); ++i) {
@@ -176,20 +178,16 @@ MonitorScreen::~MonitorScreen() {
 }
 
 void MonitorScreen::draw(const MonitorState& state) {
-    const StatusLine line = state.view.line.value_or(StatusLine{});
-    const GimbalFocus record = state.view.gimbal_focus.value_or(GimbalFocus{});
+    const ArdenvueLink* const line = state.link;
+    const ArdenvueGimbalFocus& record = state.record;
     erase();
     draw_title_line(state);
     int left = 1;
-    const auto age_of = [&](bool there, Clock::time_point time) {
-        return there ? Age{state.now - time} : Age{};
-    };
     const auto is_live = [](const Age& age) { return age && *age <= live_limit; };
     const bool up = state.link_up();  // reports that come without pictures are not fresh
-    const Age line_age = age_of(state.view.line.has_value(), state.view.line_time);
-    const Age record_age = age_of(state.view.gimbal_focus.has_value(), state.view.gimbal_focus_time);
-    const Age frame_age =
-        age_of(state.frame_time.has_value(), state.frame_time.value_or(Clock::time_point{}));
+    const Age line_age = state.age(ARDENVUE_STATUS_LINE);
+    const Age record_age = state.age(ARDENVUE_GIMBAL_FOCUS);
+    const Age frame_age = state.frame_time ? Age{state.now - *state.frame_time} : Age{};
     put_block(left, 1, "video", frame_age, is_live(frame_age), video_fields(state));
     put_block(left, 1, "camera", line_age, up && is_live(line_age), camera_fields(line, record));
     int right = 1;

@@ -17,9 +17,9 @@ __attribute__((format(printf, 1, 2))) std::string format(const char* pattern, ..
     return text;
 }
 
-std::string value(const StatusLine& line, std::string_view key) {
-    const std::string_view text = line.value(key);
-    return text.empty() ? "-" : std::string{text};
+std::string value(const ArdenvueLink* link, const char* key) {
+    const std::string text = ardenvue_link_text(link, key);
+    return text.empty() ? "-" : text;
 }
 
 }  // namespace
@@ -39,20 +39,19 @@ std::string summary_line(const MonitorState& state) {
     } else {
         text += "  " + state.ring_problem;
     }
-    if (const auto& line = state.view.line) {
-        text += state.is_live(state.view.line_time)
-                    ? std::string{}
-                    : format("  (%.1f s old)", in_seconds(state.now - state.view.line_time));
-        text += "  camera " + value(*line, "camera_mode") + " iso " + value(*line, "iso_set") + " shutter " +
-                value(*line, "shutter_set") + " f/" + value(*line, "aperture") + " ev " + value(*line, "ev") +
-                " wb " + value(*line, "wb") + "  battery " + value(*line, "battery_level") + "%";
+    if (const auto age = state.age(ARDENVUE_STATUS_LINE)) {
+        const ArdenvueLink* const line = state.link;
+        text += *age <= live_limit ? std::string{} : format("  (%.1f s old)", in_seconds(*age));
+        text += "  camera " + value(line, "camera_mode") + " iso " + value(line, "iso_set") + " shutter " +
+                value(line, "shutter_set") + " f/" + value(line, "aperture") + " ev " + value(line, "ev") +
+                " wb " + value(line, "wb") + "  battery " + value(line, "battery_level") + "%";
     }
-    if (const auto& record = state.view.gimbal_focus) {
-        text += record->recording && state.view.line ? "  REC " + value(*state.view.line, "rec_time") : "";
-        text += format("  gimbal %d %d %d%s", record->attitude[0], record->attitude[1], record->attitude[2],
-                       record->orientation_lock ? " locked" : "");
-        text += format("  focus %s %.2f %.2f", std::string{record->focus_mode_text()}.c_str(),
-                       record->focus_point_x, record->focus_point_y);
+    if (const ArdenvueGimbalFocus& record = state.record; record.time_ns != 0) {
+        text += record.recording && state.has_line() ? "  REC " + value(state.link, "rec_time") : "";
+        text += format("  gimbal %d %d %d%s", record.heading, record.tilt, record.roll,
+                       record.orientation_lock ? " locked" : "");
+        text += format("  focus %s %.2f %.2f", ardenvue_focus_type_text(record.focus_type), record.focus_x,
+                       record.focus_y);
     }
     return text;
 }
@@ -61,15 +60,15 @@ std::string played_text(const PlayedCommand& played) {
     const double seconds = in_seconds(played.ended - played.sent);
     switch (played.outcome) {
         case Outcome::waiting:
-            return played.command.words + ": sent, waiting";
+            return std::string{played.command.words} + ": sent, waiting";
         case Outcome::confirmed:
-            return played.command.words + format(": confirmed after %.1f s", seconds);
+            return std::string{played.command.words} + format(": confirmed after %.1f s", seconds);
         case Outcome::not_reported:
-            return played.command.words + ": sent (no report shows it)";
+            return std::string{played.command.words} + ": sent (no report shows it)";
         case Outcome::not_confirmed:
-            return played.command.words + format(": NOT CONFIRMED within %.1f s", seconds);
+            return std::string{played.command.words} + format(": NOT CONFIRMED within %.1f s", seconds);
         case Outcome::not_sent:
-            return played.command.words + ": NOT SENT, the link is down";
+            return std::string{played.command.words} + ": NOT SENT, the link is down";
     }
     return {};
 }

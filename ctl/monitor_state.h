@@ -5,9 +5,10 @@
 #include <optional>
 #include <string>
 
-#include "ctl/reports.h"
 #include "ctl/ring_reader.h"
 #include "ctl/script_player.h"
+#include "ctl/seconds.h"
+#include "ctl/service_link.h"
 
 namespace ctl {
 
@@ -15,7 +16,8 @@ namespace ctl {
 constexpr auto live_limit = std::chrono::milliseconds{1500};
 
 struct MonitorState {
-    CameraView view;
+    ArdenvueLink* link = nullptr;
+    ArdenvueGimbalFocus record{};  // the newest; without a time before the first
     Clock::time_point now{};
     std::optional<Clock::time_point> frame_time{};  // of the newest frame; none before the first
     std::string service;                            // "127.0.0.1:40000", empty before the first line
@@ -29,10 +31,13 @@ struct MonitorState {
 
     // While reports come and, once there was a picture, frames come too: a service whose remote controller
     // has fallen silent sends its last values on for some seconds.
-    bool link_up() const {
-        return view.line && is_live(view.line_time) && (!frame_time || is_live(*frame_time));
+    bool link_up() const { return ardenvue_link_state(link) == ARDENVUE_LINK_LIVE; }
+    // How old the newest report of a kind is; none before the first.
+    std::optional<Clock::duration> age(ArdenvueReport report) const {
+        const auto age = std::chrono::nanoseconds{ardenvue_link_report_age(link, report)};
+        return age < age.zero() ? std::nullopt : std::optional<Clock::duration>{age};
     }
-    bool is_live(Clock::time_point time) const { return now - time <= live_limit; }
+    bool has_line() const { return ardenvue_link_report_time(link, ARDENVUE_STATUS_LINE) != 0; }
 };
 
 // "8.1 Mbit/s"

@@ -32,8 +32,8 @@ void add_commands(cJSON* root, const ScriptPlayer& player, Clock::time_point sta
     cJSON* commands = cJSON_AddArrayToObject(root, "commands");
     for (const PlayedCommand& played : player.played()) {
         cJSON* item = cJSON_CreateObject();
-        cJSON_AddStringToObject(item, "words", played.command.words.c_str());
-        cJSON_AddStringToObject(item, "json", played.command.json.c_str());
+        cJSON_AddStringToObject(item, "words", played.command.words);
+        cJSON_AddStringToObject(item, "json", played.command.json);
         cJSON_AddNumberToObject(item, "sent_at", in_seconds(played.sent - start));
         cJSON_AddStringToObject(item, "outcome", outcome_text(played.outcome));
         if (played.outcome == Outcome::confirmed) {
@@ -45,8 +45,8 @@ void add_commands(cJSON* root, const ScriptPlayer& player, Clock::time_point sta
 
 }  // namespace
 
-bool write_report(const std::string& path, const MonitorState& state, const ServiceLink& link,
-                  const VideoFeed& video, Clock::time_point start) {
+bool write_report(const std::string& path, const MonitorState& state, const VideoFeed& video,
+                  Clock::time_point start) {
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root{cJSON_CreateObject(), cJSON_Delete};
     cJSON_AddNumberToObject(root.get(), "seconds", in_seconds(Clock::now() - start));
     if (state.player != nullptr) {
@@ -65,15 +65,19 @@ bool write_report(const std::string& path, const MonitorState& state, const Serv
         add_number(ring, "last_number", *video.last_number());
     }
     cJSON* datagrams = cJSON_AddObjectToObject(root.get(), "datagrams");
-    add_number(datagrams, "status_lines", link.totals().lines);
-    add_number(datagrams, "gimbal_focus_records", link.totals().gimbal_focus_records);
-    add_number(datagrams, "histogram_records", link.totals().histogram_records);
-    add_number(datagrams, "ignored", link.totals().ignored);
+    ArdenvueLinkTotals totals;
+    ardenvue_link_totals(state.link, &totals);
+    add_number(datagrams, "status_lines", totals.status_lines);
+    add_number(datagrams, "gimbal_focus_records", totals.gimbal_focus_records);
+    add_number(datagrams, "histogram_records", totals.histogram_records);
+    add_number(datagrams, "ignored", totals.ignored);
     cJSON_AddStringToObject(root.get(), "picture_size", state.picture_size.c_str());
-    if (state.view.line) {
+    if (state.has_line()) {
         cJSON* line = cJSON_AddObjectToObject(root.get(), "status");
-        for (const auto& [key, value] : state.view.line->pairs) {
-            cJSON_AddStringToObject(line, key.c_str(), value.c_str());
+        const char* key = nullptr;
+        const char* value = nullptr;
+        for (std::size_t i = 0; ardenvue_link_pair(state.link, i, &key, &value) == 0; ++i) {
+            cJSON_AddStringToObject(line, key, value);
         }
     }
     const std::unique_ptr<char, decltype(&cJSON_free)> text{cJSON_Print(root.get()), cJSON_free};

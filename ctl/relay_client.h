@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-#include "ctl/reports.h"
+#include "ctl/seconds.h"
 #include "platform/file_descriptor.h"
 
 namespace ctl {

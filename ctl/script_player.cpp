@@ -13,6 +13,11 @@
 namespace ctl {
 namespace {
 
+using namespace std::chrono_literals;
+
+// While the link to the remote controller is up, a line comes every second.
+constexpr auto line_silence = 2500ms;
+
 // The number of a line "wait SECONDS"; none for another line, and for a wait that is none.
 std::optional<double> wait_of(const std::string& line) {
     std::istringstream stream{line};
@@ -61,25 +66,29 @@ std::string ScriptPlayer::load(const std::string& path) {
             steps_.push_back({{}, seconds(*wait)});
             continue;
         }
-        ParsedCommand parsed = parse_command(line);
-        if (!parsed.problem.empty()) {
-            return path + ", line " + std::to_string(number) + ": " + parsed.problem;
+        ArdenvueCommand command;
+        char reason[ARDENVUE_REASON_SIZE];
+        if (line.find('\0') != std::string::npos) {
+            return path + ", line " + std::to_string(number) + ": not of letters alone";
         }
-        steps_.push_back({std::move(parsed.command), {}});
+        if (ardenvue_command_check(line.c_str(), &command, reason, sizeof reason) < 0) {
+            return path + ", line " + std::to_string(number) + ": " + reason;
+        }
+        steps_.push_back({command, {}});
         command_count_ += 1;
     }
     return {};
 }
 
-bool ScriptPlayer::step(ServiceLink& link, const CameraView& view) {
+bool ScriptPlayer::step(ArdenvueLink* link) {
     const auto now = Clock::now();
     if (in_progress()) {
         const PlayedCommand& playing = played_.back();
-        const Shown shown = playing.command.row->shown;
-        if (shown == nullptr) {
+        const int confirmation = ardenvue_confirm(link, playing.number, 0);
+        if (confirmation == ARDENVUE_ERROR_NOT_REPORTED) {
             return end(Outcome::not_reported);
         }
-        if (shown(before_, view.since(playing.sent), playing.command)) {
+        if (confirmation > 0) {
             return end(Outcome::confirmed);
         }
         return now - playing.sent > patience_ && end(Outcome::not_confirmed);
@@ -87,13 +96,13 @@ bool ScriptPlayer::step(ServiceLink& link, const CameraView& view) {
     if (next_ == steps_.size() || now < not_before_) {
         return false;
     }
-    return start(link, view);
+    return start(link);
 }
 
-bool ScriptPlayer::start(ServiceLink& link, const CameraView& view) {
+bool ScriptPlayer::start(ArdenvueLink* link) {
     const auto now = Clock::now();
     const Step& next = steps_[next_];
-    if (next.command.row == nullptr) {
+    if (next.command.words[0] == '\0') {
         not_before_ = now + next.wait;
         next_ += 1;
         return false;
@@ -101,13 +110,15 @@ bool ScriptPlayer::start(ServiceLink& link, const CameraView& view) {
     if (ready_since_ == Clock::time_point{}) {
         ready_since_ = now;
     }
-    const bool sent = link.up() && view.line && link.send_command(next.command.json);
+    const auto age = std::chrono::nanoseconds{ardenvue_link_report_age(link, ARDENVUE_STATUS_LINE)};
+    const bool is_heard = age >= 0s && age <= line_silence;
+    const int number = is_heard ? ardenvue_send(link, next.command.words) : 0;
+    const bool sent = number > 0;
     if (!sent && now - ready_since_ <= patience_) {
         return false;
     }
     ready_since_ = {};
-    before_ = view;
-    played_.push_back({next.command, Outcome::waiting, now, now});
+    played_.push_back({next.command, number, Outcome::waiting, now, now});
     next_ += 1;
     return !sent && end(Outcome::not_sent);
 }

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "ctl/command_words.h"
-#include "ctl/service_link.h"
+#include "ardenvue/client.h"
+#include "ctl/seconds.h"
 
 namespace ctl {
 
@@ -19,7 +19,8 @@ enum class Outcome { waiting, confirmed, not_reported, not_confirmed, not_sent }
 const char* outcome_text(Outcome outcome);
 
 struct PlayedCommand {
-    Command command;
+    ArdenvueCommand command;
+    int number;  // of the link
     Outcome outcome;
     Clock::time_point sent;
     Clock::time_point ended;
@@ -35,7 +36,7 @@ class ScriptPlayer {
 
     // Goes as far as it can: sends the next command, or looks whether the last one is shown. Call it after
     // each report, and every few ms. True when a command came to its end by this call: played().back().
-    bool step(ServiceLink& link, const CameraView& view);
+    bool step(ArdenvueLink* link);
 
     bool finished() const { return next_ == steps_.size() && !in_progress() && Clock::now() >= not_before_; }
     bool in_progress() const { return !played_.empty() && played_.back().outcome == Outcome::waiting; }
@@ -45,12 +46,12 @@ class ScriptPlayer {
 
   private:
     struct Step {
-        Command command;  // without a row: a wait
+        ArdenvueCommand command{};  // without words: a wait
         Clock::duration wait{};
     };
 
     bool end(Outcome outcome);
-    bool start(ServiceLink& link, const CameraView& view);
+    bool start(ArdenvueLink* link);
 
     std::vector<Step> steps_;
     std::size_t next_ = 0;
@@ -58,7 +59,6 @@ class ScriptPlayer {
     Clock::duration patience_{};
     Clock::time_point not_before_{};
     Clock::time_point ready_since_{};
-    CameraView before_;
     std::vector<PlayedCommand> played_;
 };
 

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -16,24 +15,22 @@
 namespace ctl {
 namespace {
 
-void print_table(const StatusLine& line) {
-    for (const auto& [key, value] : line.pairs) {
-        std::printf("%-16s %s\n", key.c_str(), value.c_str());
+void print_table(const ArdenvueLink* link) {
+    const char* key = nullptr;
+    const char* value = nullptr;
+    for (std::size_t i = 0; ardenvue_link_pair(link, i, &key, &value) == 0; ++i) {
+        std::printf("%-16s %s\n", key, value);
     }
 }
 
-bool is_number_key(std::string_view name) {
-    const auto keys = status_keys();
-    return std::any_of(keys.begin(), keys.end(),
-                       [&](const StatusKey& key) { return key.is_number && key.name == name; });
-}
-
-void print_json(const StatusLine& line) {
+void print_json(const ArdenvueLink* link) {
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> object{cJSON_CreateObject(), cJSON_Delete};
-    for (const auto& [key, value] : line.pairs) {
-        const auto number = is_number_key(key) ? formats::number_of(value) : std::nullopt;
-        cJSON_AddItemToObject(object.get(), key.c_str(),
-                              number ? cJSON_CreateNumber(*number) : cJSON_CreateString(value.c_str()));
+    const char* key = nullptr;
+    const char* value = nullptr;
+    for (std::size_t i = 0; ardenvue_link_pair(link, i, &key, &value) == 0; ++i) {
+        const auto number = ardenvue_key_is_number(key) ? formats::number_of(value) : std::nullopt;
+        cJSON_AddItemToObject(object.get(), key,
+                              number ? cJSON_CreateNumber(*number) : cJSON_CreateString(value));
     }
     const std::unique_ptr<char, decltype(&cJSON_free)> text{cJSON_PrintUnformatted(object.get()), cJSON_free};
     std::puts(text.get());
@@ -42,30 +39,25 @@ void print_json(const StatusLine& line) {
 }  // namespace
 
 int run_status(const BoardOptions& board, const StatusOptions& options) {
-    ServiceLink link;
-    if (const int code = link.open(board.address, board.status_port); code != done) {
-        std::fprintf(stderr, "ardenvue-ctl: %s\n", link.problem().c_str());
+    Link link;
+    if (const int code = open_link(board, link); code != done) {
         return code;
     }
-    CameraView view;
-    Clock::time_point shown = view.line_time;
     auto deadline = Clock::now() + seconds(options.timeout);
     while (!stop_requested()) {
-        if (!link.wait(view, deadline)) {
-            if (!stop_requested()) {
-                std::fprintf(stderr, "ardenvue-ctl: %s\n", silence_message(board.status_port).c_str());
-            }
-            return stop_requested() ? done : silent;
-        }
-        if (view.line_time == shown) {
+        const int code = ardenvue_link_wait(link.get(), ARDENVUE_STATUS_LINE, milliseconds_until(deadline));
+        if (code == ARDENVUE_ERROR_INTERRUPTED) {
             continue;
         }
-        shown = view.line_time;
+        if (code < 0) {
+            std::fprintf(stderr, "ardenvue-ctl: %s\n", silence_message(board.status_port).c_str());
+            return silent;
+        }
         deadline = Clock::now() + seconds(options.timeout);
         if (options.json) {
-            print_json(*view.line);
+            print_json(link.get());
         } else {
-            print_table(*view.line);
+            print_table(link.get());
         }
         if (!options.watch) {
             return done;

@@ -5,9 +5,9 @@
 #include <optional>
 #include <string>
 
-#include "ctl/reports.h"
 #include "ctl/ring_mapping.h"
 #include "ctl/ring_reader.h"
+#include "ctl/seconds.h"
 #include "formats/video_tally.h"
 
 namespace ctl {

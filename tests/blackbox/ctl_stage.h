@@ -15,7 +15,7 @@
 #include <gmock/gmock.h>
 
 #include "ardenvue.h"
-#include "ctl/command_words.h"
+#include "ardenvue/client.h"
 #include "ctl/exit_codes.h"
 #include "ctl/service_link.h"
 #include "formats/capture_file.h"
@@ -62,8 +62,9 @@ inline std::uint16_t free_status_port() {
     static int tried = 0;
     for (;;) {
         const auto port = static_cast<std::uint16_t>(10'000 + (getpid() + 97 * tried++) % 20'000);
-        ctl::ServiceLink link;
-        if (link.open("127.0.0.1", port) == ctl::done) {
+        ArdenvueLink* link = nullptr;
+        if (ardenvue_link_open(&link, nullptr, port, nullptr, 0) == 0) {
+            ardenvue_link_close(link);
             return port;
         }
     }

@@ -1,4 +1,4 @@
-// The words of ardenvue-ctl, from end to end: what the camera gets, and what the state shows then.
+// The words of the library, from end to end: what the camera gets, and what the state shows then.
 #include "tests/blackbox/ctl_stage.h"
 
 namespace {
@@ -38,61 +38,52 @@ std::vector<std::vector<std::string>> all_words() {
          "set movement rel",
          "format sd"},
     };
-    for (const ctl::CommandRow& row : ctl::command_rows()) {
-        const bool in_a_lane = row.words == "wb" || row.words == "camera mode" || row.shown == nullptr;
-        if (in_a_lane || row.arguments.size() != 1) {
+    for (std::size_t i = 0; const char* name = ardenvue_command_name(i); ++i) {
+        ArdenvueCommand command;
+        const char* choice = ardenvue_command_choice(name, 0);
+        const std::string words = std::string{name} + " " + (choice == nullptr ? "" : choice);
+        ardenvue_command_check(words.c_str(), &command, nullptr, 0);
+        const bool in_a_lane = command.name == std::string{"wb"} ||
+                               command.name == std::string{"camera mode"} || command.reported_in[0] == '\0';
+        if (choice == nullptr || in_a_lane) {
             continue;
         }
-        std::vector<std::string> lane;
-        for (const ctl::Choice& choice : row.arguments.front().choices) {
-            lane.push_back(std::string{row.words} + " " + std::string{choice.word});
+        lanes.emplace_back();
+        for (std::size_t at = 0; (choice = ardenvue_command_choice(name, at)) != nullptr; ++at) {
+            lanes.back().push_back(std::string{name} + " " + choice);
         }
-        lanes.push_back(lane);
     }
     return lanes;
 }
 
-// Every word that the client knows, and no other, is known to the service and means the same to the camera.
+// Every word that the library knows, and no other, is known to the service and means the same to the camera.
 // One command of each sequence goes out at a time, since the state comes once a second.
 TEST_F(Ctl, EveryWordIsUnderstoodFromEndToEnd) {
-    ctl::ServiceLink link;
-    ASSERT_EQ(link.open("127.0.0.1", stage().port()), ctl::done) << link.problem();
-    ctl::CameraView view;
+    ctl::BoardOptions board;
+    board.status_port = stage().port();
+    ctl::Link link;
+    ASSERT_EQ(ctl::open_link(board, link), ctl::done);
     const auto lanes = all_words();
     std::size_t rounds = 0;
     for (const auto& lane : lanes) {
         rounds = std::max(rounds, lane.size());
     }
-    while (!view.line) {
-        ASSERT_TRUE(link.wait(view, ctl::Clock::now() + patience));
-    }
+    const int limit = static_cast<int>(patience.count());
+    ASSERT_GT(ardenvue_link_wait(link.get(), ARDENVUE_STATUS_LINE, limit), 0);
     for (std::size_t round = 0; round < rounds; ++round) {
-        std::vector<ctl::Command> waiting;
-        link.drain(view);
-        const ctl::CameraView before = view;
-        const auto sent = ctl::Clock::now();
+        std::vector<std::pair<int, std::string>> sent;
         for (const auto& lane : lanes) {
-            if (round >= lane.size() || lane[round].empty()) {
-                continue;
-            }
-            const ctl::ParsedCommand parsed = ctl::parse_command(lane[round]);
-            ASSERT_EQ(parsed.problem, "");
-            ASSERT_TRUE(link.send_command(parsed.command.json));
-            if (parsed.command.row->shown != nullptr) {
-                waiting.push_back(parsed.command);
+            if (round < lane.size() && !lane[round].empty()) {
+                sent.emplace_back(ardenvue_send(link.get(), lane[round].c_str()), lane[round]);
+                ASSERT_GT(sent.back().first, 0) << ardenvue_link_problem(link.get());
             }
         }
-        const auto shown = [&](const ctl::Command& command) {
-            return command.row->shown(before, view.since(sent), command);
-        };
-        while (!waiting.empty() && link.wait(view, sent + patience)) {
-            std::erase_if(waiting, shown);
-        }
-        for (const ctl::Command& command : waiting) {
-            ADD_FAILURE() << command.words << " was not shown";
+        for (const auto& [number, words] : sent) {
+            const int code = ardenvue_confirm(link.get(), number, limit);
+            EXPECT_TRUE(code > 0 || code == ARDENVUE_ERROR_NOT_REPORTED) << words << " was not shown";
         }
     }
-    ASSERT_TRUE(link.send_command(R"({"cmd":"resetcamera"})"));
+    ASSERT_GT(ardenvue_reset_camera(link.get()), 0);
     for (const char* meaning :
          {"transmission regular", "transmission hd", "transmission smooth", "gimbal calibration 3",
           "gimbal first-person", "gimbal follow", "gimbal tilt locked", "gimbal follow speed slow",

@@ -2,8 +2,8 @@
 // and the simulated camera understand; said again in the client's own words it is the same command.
 #include <unistd.h>
 
+#include "ardenvue/client.h"
 #include "camera_end.h"
-#include "ctl/command_words.h"
 #include "ctl/script_player.h"
 #include "file.h"
 #include "fuzz.h"
@@ -24,19 +24,23 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         if (line.find_first_not_of(" \t\r") == std::string::npos || line.find("wait") != std::string::npos) {
             continue;
         }
-        const ctl::ParsedCommand parsed = ctl::parse_command(line);
-        wrong_lines += parsed.problem.empty() ? 0 : 1;
-        if (!parsed.problem.empty()) {
+        ArdenvueCommand command;
+        ArdenvueCommand again;
+        if (line.find('\0') != std::string::npos ||
+            ardenvue_command_check(line.c_str(), &command, nullptr, 0) < 0) {
+            ++wrong_lines;
             continue;
         }
         ++commands;
-        fuzz::require(ctl::parse_command(parsed.command.words).command.json == parsed.command.json, line);
-        const auto meanings = fuzz::dispatch("!" + parsed.command.json);
-        const bool silent = parsed.command.json.find("movement") != std::string::npos ||
-                            parsed.command.json.find("orientation") != std::string::npos;
-        fuzz::require(silent == meanings.empty(), parsed.command.json + " sends another number of packets");
+        const std::string json = command.json;
+        fuzz::require(ardenvue_command_check(command.words, &again, nullptr, 0) == 0 && json == again.json,
+                      line);
+        const auto meanings = fuzz::dispatch("!" + json);
+        const bool silent =
+            json.find("movement") != std::string::npos || json.find("orientation") != std::string::npos;
+        fuzz::require(silent == meanings.empty(), json + " sends another number of packets");
         for (const std::string& meaning : meanings) {
-            fuzz::require(!meaning.starts_with("COMPLAINT"), parsed.command.json + ": " + meaning);
+            fuzz::require(!meaning.starts_with("COMPLAINT"), json + ": " + meaning);
         }
     }
     if (text.find("wait") == std::string::npos) {

@@ -1,28 +1,31 @@
-#include "ctl/command_words.h"
+#include "client/command_words.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
+#include <charconv>
 #include <memory>
+#include <new>
 #include <optional>
-#include <sstream>
+#include <vector>
 
 #include <cjson/cJSON.h>
 
 #include "formats/nearest_word.h"
 
-namespace ctl {
+namespace client {
 namespace {
 
 using Words = std::vector<std::string>;
 
 constexpr std::size_t page_width = 100;
+constexpr std::size_t longest_number = 31;  // characters; a word of the same value always fits
+constexpr std::string_view blanks = " \t\r\n\v\f";
 
 Words split(std::string_view text) {
-    std::istringstream stream{std::string{text}};
     Words words;
-    for (std::string word; stream >> word;) {
-        words.push_back(std::move(word));
+    for (std::size_t at = text.find_first_not_of(blanks); at != std::string_view::npos;) {
+        const std::size_t end = std::min(text.find_first_of(blanks, at), text.size());
+        words.emplace_back(text.substr(at, end - at));
+        at = text.find_first_not_of(blanks, end);
     }
     return words;
 }
@@ -37,13 +40,17 @@ std::string join(std::span<const std::string> words) {
 
 std::string plain_number(double number) {
     char text[32];
-    std::snprintf(text, sizeof text, "%g", number);
-    return text;
+    const auto end = std::to_chars(text, text + sizeof text, number).ptr;
+    return {text, end};
+}
+
+std::span<const Argument> arguments_of(const CommandRow& row) {
+    return std::span{row.arguments}.first(row.argument_count());
 }
 
 std::string with_arguments(const CommandRow& row) {
     std::string text{row.words};
-    for (const Argument& argument : row.arguments) {
+    for (const Argument& argument : arguments_of(row)) {
         text += ' ';
         text += argument.name;
     }
@@ -125,7 +132,7 @@ std::string explain_unknown_choice(const CommandRow& row, const Argument& argume
 
 std::string check_number(const CommandRow& row, const Argument& argument, const std::string& said) {
     const auto number = formats::number_of(said);
-    const bool plain = said.find_first_of("/\"+") == std::string::npos;
+    const bool plain = said.find_first_of("/\"+") == std::string::npos && said.size() <= longest_number;
     if (number && plain && *number >= argument.least && *number <= argument.most &&
         (!argument.whole || said.find_first_not_of("0123456789") == std::string::npos)) {
         return {};
@@ -136,28 +143,30 @@ std::string check_number(const CommandRow& row, const Argument& argument, const 
 }
 
 std::string check_arguments(Command& command, std::span<const std::string> said) {
-    const CommandRow& row = *command.row;
-    if (row.arguments.size() == 1 && !row.arguments.front().choices.empty()) {
+    const CommandRow& row = *command.awaited.row;
+    const auto arguments = arguments_of(row);
+    if (arguments.size() == 1 && !arguments.front().choices.empty()) {
         // A choice may be of several words.
-        const Argument& argument = row.arguments.front();
+        const Argument& argument = arguments.front();
         const std::string text = join(said);
         const Choice* choice = find_choice(argument, text);
         if (choice == nullptr) {
             return explain_unknown_choice(row, argument, text);
         }
-        command.arguments.emplace_back(choice->word);
-        command.reported.emplace_back(choice->reported);
+        command.arguments[0] = choice->word;
+        command.awaited.reported = choice->reported;
         return {};
     }
-    for (std::size_t i = 0; i < row.arguments.size(); ++i) {
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::string text = i < said.size() ? said[i] : "";
-        if (std::string problem = check_number(row, row.arguments[i], text); !problem.empty()) {
+        if (std::string problem = check_number(row, arguments[i], text); !problem.empty()) {
             return problem;
         }
-        command.arguments.push_back(text);
+        command.arguments[i] = text;
+        command.awaited.numbers[i] = formats::number_of(text).value_or(0);
     }
-    if (said.size() > row.arguments.size()) {
-        return "\"" + said[row.arguments.size()] + "\" is too much: the command is \"" + with_arguments(row) +
+    if (said.size() > arguments.size()) {
+        return "\"" + said[arguments.size()] + "\" is too much: the command is \"" + with_arguments(row) +
                "\"";
     }
     return {};
@@ -165,15 +174,21 @@ std::string check_arguments(Command& command, std::span<const std::string> said)
 
 std::string to_json(const Command& command) {
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> object{cJSON_CreateObject(), cJSON_Delete};
-    for (const auto& [name, value] : command.row->members) {
-        cJSON_AddStringToObject(object.get(), name, value);
+    const CommandRow& row = *command.awaited.row;
+    for (const auto& [name, value] : row.members) {
+        if (name != nullptr) {
+            cJSON_AddStringToObject(object.get(), name, value);
+        }
     }
-    for (std::size_t i = 0; i < command.arguments.size(); ++i) {
-        cJSON_AddStringToObject(object.get(), std::string{command.row->arguments[i].member}.c_str(),
+    for (std::size_t i = 0; i < row.argument_count(); ++i) {
+        cJSON_AddStringToObject(object.get(), std::string{row.arguments[i].member}.c_str(),
                                 command.arguments[i].c_str());
     }
     const std::unique_ptr<char, decltype(&cJSON_free)> text{cJSON_PrintUnformatted(object.get()), cJSON_free};
-    return text ? text.get() : "";
+    if (!text) {
+        throw std::bad_alloc{};
+    }
+    return text.get();
 }
 
 }  // namespace
@@ -181,16 +196,17 @@ std::string to_json(const Command& command) {
 ParsedCommand parse_command(std::string_view words) {
     const Words said = split(words);
     std::size_t matched = 0;
-    Command command{find_row(said, matched), {}, {}, {}, {}};
-    if (command.row == nullptr) {
+    Command command{};
+    command.awaited.row = find_row(said, matched);
+    if (command.awaited.row == nullptr) {
         return {command, explain_unknown_words(said)};
     }
     if (std::string problem = check_arguments(command, std::span{said}.subspan(matched)); !problem.empty()) {
         return {command, problem};
     }
-    command.words = std::string{command.row->words};
-    for (const std::string& argument : command.arguments) {
-        command.words += " " + argument;
+    command.words = std::string{command.awaited.row->words};
+    for (std::size_t i = 0; i < command.awaited.row->argument_count(); ++i) {
+        command.words += " " + command.arguments[i];
     }
     command.json = to_json(command);
     return {command, {}};
@@ -202,7 +218,7 @@ std::string command_overview() {
         std::string line = "  " + with_arguments(row);
         line.resize(std::max<std::size_t>(line.size() + 2, 32), ' ');
         text += line + std::string{row.summary} + "\n";
-        for (const Argument& argument : row.arguments) {
+        for (const Argument& argument : arguments_of(row)) {
             if (argument.choices.empty()) {
                 text += "      " + std::string{argument.name} + ": " + plain_number(argument.least) + " to " +
                         plain_number(argument.most) + "\n";
@@ -225,4 +241,4 @@ std::string command_overview() {
     return text;
 }
 
-}  // namespace ctl
+}  // namespace client

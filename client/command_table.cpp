@@ -1,51 +1,12 @@
-#include "ctl/command_shown.h"
-#include "ctl/command_words.h"
+#include "client/choices.h"
+#include "client/command_shown.h"
+#include "client/command_words.h"
 
-namespace ctl {
-namespace {
-
-constexpr Choice camera_modes[] = {"photo", "video"};
-constexpr Choice focus_types[] = {{"mf", "MF"}, {"afs", "AFS"}, {"afc", "AFC"}};
-constexpr Choice programs[] = {"auto", "shutter", "aperture", "manual"};
-constexpr Choice iso_values[] = {"auto", "100", "200", "400", "800", "1600", "3200", "6400"};
-constexpr Choice ev_steps[] = {"-3.0",          "-2.7",          "-2.3",          "-2.0",
-                               "-1.7",          "-1.3",          "-1.0",          "-0.7",
-                               "-0.3",          {"0.0", "0"},    {"0.3", "+0.3"}, {"0.7", "+0.7"},
-                               {"1.0", "+1.0"}, {"1.3", "+1.3"}, {"1.7", "+1.7"}, {"2.0", "+2.0"},
-                               {"2.3", "+2.3"}, {"2.7", "+2.7"}, {"3.0", "+3.0"}};
-constexpr Choice white_balances[] = {"auto", "sunny", "cloudy", "incandescent", "neon"};
-constexpr Choice colors[] = {"none",     "truecolor", "d-cinelike", "d-log", "film", "black white", "cool",
-                             "twilight", "pale",      "sepia",      "warm",  "blue", "blockbuster"};
-constexpr Choice aspects[] = {"4:3", "16:9"};
-constexpr Choice photo_formats[] = {{"raw", "RAW"}, {"jpg", "JPG"}, {"jpg+raw", "JPG+RAW"}};
-constexpr Choice antiflicker_modes[] = {"auto", {"50", "50 Hz"}, {"60", "60 Hz"}};
-constexpr Choice standards[] = {"PAL", "NTSC"};
-constexpr Choice transmission_modes[] = {"Regular", "HD", "Smooth"};
-constexpr Choice switches[] = {"1", "0"};
-constexpr Choice gimbal_modes[] = {"tiltlocked", "fpv", "follow"};
-constexpr Choice follow_speeds[] = {"slow", "fast"};
-constexpr Choice movement_modes[] = {"abs", "rel"};
-constexpr Choice shutter_speeds[] = {
-    "30\"",   "25\"",   "20\"",   "15\"",   "10\"",   "9\"",    "8\"",   "7\"",    "6\"",    "5\"",
-    "4\"",    "3.2\"",  "3\"",    "2.5\"",  "2\"",    "1.6\"",  "1.3\"", "1\"",    "1/1.25", "1/1.67",
-    "1/2",    "1/2.5",  "1/3",    "1/4",    "1/5",    "1/6.25", "1/8",   "1/10",   "1/12.5", "1/15",
-    "1/20",   "1/25",   "1/30",   "1/40",   "1/50",   "1/60",   "1/80",  "1/100",  "1/120",  "1/160",
-    "1/200",  "1/240",  "1/320",  "1/400",  "1/500",  "1/640",  "1/800", "1/1000", "1/1250", "1/1600",
-    "1/2000", "1/2500", "1/3200", "1/4000", "1/5000", "1/6400", "1/8000"};
-constexpr Choice resolutions[] = {
-    "4096x2160@60",  "4096x2160@50", "4096x2160@48", "4096x2160@30", "4096x2160@25", "4096x2160@24",
-    "3840x2160@60",  "3840x2160@50", "3840x2160@48", "3840x2160@30", "3840x2160@25", "3840x2160@24",
-    "2720x1530@60",  "2720x1530@50", "2720x1530@48", "2720x1530@30", "2720x1530@25", "2720x1530@24",
-    "2704x1520@60",  "2704x1520@50", "2704x1520@48", "2704x1520@30", "2704x1520@25", "2704x1520@24",
-    "1920x1080@120", "1920x1080@96", "1920x1080@60", "1920x1080@50", "1920x1080@48", "1920x1080@30",
-    "1920x1080@25",  "1920x1080@24", "1280x720@60",  "1280x720@50",  "1280x720@48",  "1280x720@30",
-    "1280x720@25",   "1280x720@24"};
-
-}  // namespace
+namespace client {
 
 std::span<const CommandRow> command_rows() {
     // In each row: the words, what they do, the fixed members, the arguments, and how the state shows it.
-    static const CommandRow rows[] = {
+    static constexpr CommandRow rows[] = {
         {"record start",
          "start recording",
          {{"cmd", "record"}, {"param", "start"}},
@@ -203,4 +164,4 @@ std::span<const CommandRow> command_rows() {
     return rows;
 }
 
-}  // namespace ctl
+}  // namespace client

@@ -1,0 +1,197 @@
+// The writer of the stick inputs and its guard: whatever happens to the process that holds a stick, the
+// gimbal must not go on moving.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <limits>
+#include <string>
+#include <thread>
+
+#include <gmock/gmock.h>
+
+#include "ardenvue/sticks.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Inputs = std::array<double, 3>;
+
+constexpr Inputs centred{};
+constexpr Inputs held{0.5, -1, 0};
+
+bool eventually(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+class ClientSticks : public testing::Test {
+  protected:
+    ~ClientSticks() override { shm_unlink(name_.c_str()); }
+
+    const char* name() const { return name_.c_str(); }
+    std::string path() const { return "/dev/shm" + name_; }
+
+    ArdenvueSticks* open() {
+        ArdenvueSticks* sticks = nullptr;
+        char reason[512];
+        EXPECT_EQ(ardenvue_sticks_open(&sticks, name(), STICK_GUARD_PATH, reason, sizeof reason), 0)
+            << reason;
+        return sticks;
+    }
+
+    // As the service reads them.
+    Inputs inputs() const {
+        Inputs read{9, 9, 9};
+        std::ifstream{path(), std::ios::binary}.seekg(1056).read(reinterpret_cast<char*>(&read), sizeof read);
+        return read;
+    }
+
+    bool has_guard() const { return guard() != 0; }
+    // The process that holds this test's record for its writer; 0: none.
+    pid_t guard() const {
+        for (const auto& entry : std::filesystem::directory_iterator{"/proc"}) {
+            std::ifstream file{entry.path() / "cmdline"};
+            const std::string line{std::istreambuf_iterator<char>{file}, {}};
+            if (line.find("ardenvue-stick-guard") != std::string::npos &&
+                line.find(name_) != std::string::npos) {
+                return std::stoi(entry.path().filename());
+            }
+        }
+        return 0;
+    }
+
+    // A process of its own that holds a stick until it is ended; writes what ardenvue_sticks_set returned
+    // into a pipe when that was not 0.
+    pid_t hold_a_stick(int& said) {
+        int ends[2];
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        const pid_t process = fork();
+        if (process == 0) {
+            ArdenvueSticks* const sticks = open();
+            for (;;) {
+                const int code = ardenvue_sticks_set(sticks, held[0], held[1], held[2]);
+                if (code != 0 && write(ends[1], &code, sizeof code) < 0) {
+                    _exit(1);
+                }
+                usleep(20'000);
+            }
+        }
+        close(ends[1]);
+        said = ends[0];
+        return process;
+    }
+
+  private:
+    const std::string name_ = "/ardenvue-sticks-test." + std::to_string(getpid());
+};
+
+TEST_F(ClientSticks, TheRecordIsMadeAndTheInputsHeldWithinTheirLimits) {
+    std::ofstream{path(), std::ios::binary} << std::string(1500, 'x');  // of another writer, cut short
+    ArdenvueSticks* const sticks = open();
+    EXPECT_EQ(std::filesystem::file_size(path()), 1504U);
+    EXPECT_EQ(inputs(), centred);
+    const double endless = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(ardenvue_sticks_set(sticks, 33, -endless, NAN), 0);
+    EXPECT_EQ(inputs(), (Inputs{13.65, -13.65, 0}));
+    EXPECT_EQ(ardenvue_sticks_set(sticks, 0.25, -0.0, 1), 0);
+    EXPECT_EQ(inputs(), (Inputs{0.25, 0, 1}));
+
+    // Others may cut it short, or unlink it.
+    std::filesystem::resize_file(path(), 0);
+    EXPECT_EQ(ardenvue_sticks_set(sticks, 1, 2, 3), 0);
+    EXPECT_EQ(std::filesystem::file_size(path()), 1504U);
+    EXPECT_EQ(inputs(), (Inputs{1, 2, 3}));
+    std::filesystem::remove(path());
+    EXPECT_EQ(ardenvue_sticks_set(sticks, 4, 5, 6), 0);
+    EXPECT_EQ(inputs(), (Inputs{4, 5, 6}));
+
+    ardenvue_sticks_close(sticks);
+    EXPECT_EQ(inputs(), centred);
+    EXPECT_TRUE(eventually([&] { return !has_guard(); }));
+}
+
+TEST_F(ClientSticks, AStickOfAProcessThatWasKilledIsLetGo) {
+    int said = -1;
+    const pid_t process = hold_a_stick(said);
+    ASSERT_TRUE(eventually([&] { return inputs() == held; }));
+    const auto killed = std::chrono::steady_clock::now();
+    kill(process, SIGKILL);
+    EXPECT_TRUE(eventually([&] { return inputs() == centred; }));
+    RecordProperty("milliseconds_after_sigkill",
+                   static_cast<int>((std::chrono::steady_clock::now() - killed) / 1ms));
+    waitpid(process, nullptr, 0);
+    close(said);
+    EXPECT_TRUE(eventually([&] { return !has_guard(); }));
+}
+
+TEST_F(ClientSticks, AStickOfAProcessThatStandsStillIsLetGoUntilItGoesOn) {
+    int said = -1;
+    const pid_t process = hold_a_stick(said);
+    ASSERT_TRUE(eventually([&] { return inputs() == held; }));
+    kill(process, SIGSTOP);
+    const auto stopped = std::chrono::steady_clock::now();
+    EXPECT_TRUE(eventually([&] { return inputs() == centred; }));
+    const auto took = std::chrono::steady_clock::now() - stopped;
+    RecordProperty("milliseconds_after_sigstop", static_cast<int>(took / 1ms));
+    // Not at the first hiccup either: the last word before may have been 20 ms old, on a busy machine more.
+    EXPECT_GT(took, 100ms);
+
+    // One deflection that was under way when it was stopped is not left standing.
+    const int record = ::open(path().c_str(), O_RDWR);
+    ASSERT_EQ(pwrite(record, held.data(), sizeof held, 1056), static_cast<ssize_t>(sizeof held));
+    close(record);
+    EXPECT_TRUE(eventually([&] { return inputs() == centred; }));
+
+    kill(process, SIGCONT);
+    EXPECT_TRUE(eventually([&] { return inputs() == held; }));
+    int code = 0;
+    EXPECT_EQ(read(said, &code, sizeof code), static_cast<ssize_t>(sizeof code));
+    EXPECT_EQ(code, 1) << "the writer was told";
+    kill(process, SIGKILL);
+    waitpid(process, nullptr, 0);
+    close(said);
+    EXPECT_TRUE(eventually([&] { return inputs() == centred && !has_guard(); }));
+}
+
+TEST_F(ClientSticks, WithoutAGuardNothingMoves) {
+    ArdenvueSticks* sticks = nullptr;
+    char reason[512];
+    EXPECT_EQ(ardenvue_sticks_open(&sticks, name(), "/no/such/guard", reason, sizeof reason),
+              ARDENVUE_ERROR_GUARD);
+    EXPECT_THAT(reason, testing::HasSubstr("/no/such/guard: No such file"));
+    EXPECT_EQ(ardenvue_sticks_open(&sticks, name(), "/bin/true", reason, sizeof reason),
+              ARDENVUE_ERROR_GUARD);
+    EXPECT_THAT(reason, testing::HasSubstr("ended at once"));
+    EXPECT_EQ(ardenvue_sticks_open(&sticks, "/a/b", STICK_GUARD_PATH, reason, sizeof reason),
+              ARDENVUE_ERROR_SYSTEM);
+
+    sticks = open();
+    ASSERT_EQ(ardenvue_sticks_set(sticks, 1, 1, 1), 0);
+    const pid_t guard_process = guard();
+    ASSERT_NE(guard_process, 0);
+    kill(guard_process, SIGKILL);
+    EXPECT_TRUE(eventually([&] { return ardenvue_sticks_set(sticks, 1, 1, 1) == ARDENVUE_ERROR_GUARD; }));
+    EXPECT_EQ(inputs(), centred);
+    EXPECT_EQ(ardenvue_sticks_set(sticks, 1, 1, 1), ARDENVUE_ERROR_GUARD);
+    EXPECT_EQ(inputs(), centred);
+    ardenvue_sticks_close(sticks);
+}
+
+}  // namespace
