@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <utility>
@@ -20,10 +21,12 @@ constexpr Nanoseconds try_interval = 1'000'000'000;
 }  // namespace
 
 bool FrameWatch::watch(const char* ring_name) {
-    if (*ring_name == '\0' || std::strlen(ring_name) >= name_.size()) {
+    const std::size_t size = std::strlen(ring_name);
+    if (size == 0 || size >= name_.size()) {
         return false;
     }
-    std::strcpy(name_.data(), ring_name);
+    name_ = {};
+    std::copy_n(ring_name, size, name_.begin());
     ring_ = FileDescriptor{};
     is_on_ = true;
     next_try_ = 0;

@@ -51,8 +51,8 @@ void check_record(const ArdenvueLink* link, const std::string& datagram) {
     const std::string angles = low_high(record.heading) + low_high(record.tilt) + low_high(record.roll);
     fuzz::require(datagram.compare(3, 6, angles) == 0, "attitude");
     const std::string focus = low_high(record.focus_max) + low_high(record.focus_position) +
-                              low_high(static_cast<int>(record.focus_x * 1000 + 0.5)) +
-                              low_high(static_cast<int>(record.focus_y * 1000 + 0.5));
+                              low_high(static_cast<int>(std::lround(record.focus_x * 1000))) +
+                              low_high(static_cast<int>(std::lround(record.focus_y * 1000)));
     fuzz::require(datagram.compare(15, 8, focus) == 0, "focus");
     fuzz::require(record.recording == ((datagram[9] & 0xC0) == 0x80), "recording");
     fuzz::require(

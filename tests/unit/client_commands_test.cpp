@@ -82,7 +82,7 @@ std::string sent_by(const std::function<int(ArdenvueLink*)>& call) {
     ardenvue_link_open_unbound(&opened, service.name().c_str(), nullptr, 0);
     const Link link{opened, ardenvue_link_close};
     const int code = call(link.get());
-    const std::string datagram = service.receive();
+    std::string datagram = service.receive();
     EXPECT_EQ(code > 0, !datagram.empty());
     EXPECT_TRUE(code > 0 || (code == ARDENVUE_ERROR_COMMAND && *ardenvue_link_problem(link.get()) != 0))
         << code;
