@@ -67,7 +67,7 @@ void add_send(CLI::App& app, const BoardOptions& board, SendOptions& options, in
         ->excludes(wait);
     send->add_flag("--yes", options.yes, "don't ask before \"format sd\" and \"resetcamera\"");
     send->add_option("--timeout", options.timeout,
-                     "seconds to wait for a status line, which tells the command port")
+                     "seconds to wait for the first report, which tells the command port")
         ->check(formats::above_zero())
         ->capture_default_str();
     send->footer("Commands:\n" + command_overview() + "\n" + exit_code_help);
