@@ -26,8 +26,8 @@ constexpr Nanoseconds millisecond = 1'000'000;
 constexpr Nanoseconds report_silence = 2500 * millisecond;
 // The service takes a main application for lost after a second without a datagram from it.
 constexpr Nanoseconds presence_interval = 500 * millisecond;
-// While there is something to do in between.
-constexpr Nanoseconds longest_sleep = 200 * millisecond;
+// While there are frames to look for.
+constexpr Nanoseconds look_interval = 200 * millisecond;
 // A flood on the port can't keep the caller for longer than this takes.
 constexpr Nanoseconds endless = std::numeric_limits<Nanoseconds>::max();
 constexpr int most_datagrams = 1000;
@@ -138,8 +138,7 @@ int ArdenvueLink::wait(ArdenvueReport report, int timeout_ms) {
         if (left <= 0) {
             return ARDENVUE_ERROR_TIMEOUT;
         }
-        const bool has_duties = keeps_present || frames.is_on();
-        const Nanoseconds sleep = std::min(left, has_duties ? client::longest_sleep : client::endless);
+        const Nanoseconds sleep = std::min(left, until_next_duty(now));
         const Nanoseconds rounded_up =
             (std::min(sleep, Nanoseconds{60'000} * client::millisecond) + client::millisecond - 1) /
             client::millisecond;
@@ -221,6 +220,12 @@ void ArdenvueLink::look_after(Nanoseconds now) {
     if (keeps_present && knows_service() && now - last_sent >= client::presence_interval) {
         send("{}");
     }
+}
+
+client::Nanoseconds ArdenvueLink::until_next_duty(Nanoseconds now) const {
+    const Nanoseconds look = frames.is_on() ? client::look_interval : client::endless;
+    const bool sends = keeps_present && knows_service();
+    return std::min(look, sends ? last_sent + client::presence_interval - now : client::endless);
 }
 
 int ArdenvueLink::send(std::string_view json) {

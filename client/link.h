@@ -73,6 +73,7 @@ struct ArdenvueLink {
 
   private:
     bool is_service(const sockaddr_in& source, ArdenvueReport report, client::Nanoseconds now) const;
+    client::Nanoseconds until_next_duty(client::Nanoseconds now) const;
     void take_up(const sockaddr_in& source);
     void note_confirmations();
 
