@@ -14,7 +14,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <string>
 
@@ -55,10 +54,11 @@ class Sticks : public testing::Test {
     // The process that holds this test's record for its writer; 0: none.
     pid_t guard() const {
         for (const auto& entry : std::filesystem::directory_iterator{"/proc"}) {
-            std::ifstream file{entry.path() / "cmdline"};
-            const std::string line{std::istreambuf_iterator<char>{file}, {}};
-            if (line.find("ardenvue-stick-guard") != std::string::npos &&
-                line.find(name_) != std::string::npos) {
+            std::ifstream words{entry.path() / "cmdline"};
+            std::string program;
+            std::string record;
+            std::getline(std::getline(words, program, '\0'), record, '\0');
+            if (program.ends_with("ardenvue-stick-guard") && record == name_) {
                 return std::stoi(entry.path().filename());
             }
         }
