@@ -134,7 +134,8 @@ TEST_F(Ctl, CapturesTheStreamWithItsTimes) {
 TEST_F(Ctl, TheExamplesOfTheDocumentationWork) {
     const Result commander = run(EXAMPLE_COMMANDER, std::to_string(stage().port()) + " antiflicker 60");
     EXPECT_EQ(commander.code, 0);
-    EXPECT_EQ(commander.output, "Phantom 4 Pro, battery at 87 %\nthe camera's state shows it\n");
+    EXPECT_THAT(commander.output,
+                testing::MatchesRegex("Phantom 4 Pro, battery at [0-9]+ %\nthe camera's state shows it\n"));
     const Result dump = run(EXAMPLE_RING_DUMP, stage().service().board().shm_name(ardenvue::frame_ring_name) +
                                                    " 40 2>&1 >" + stage().file("dump"));
     EXPECT_EQ(dump.code, 0);
