@@ -127,7 +127,7 @@ bool soak(double seconds) {
     laptop.end();
 
     const double mbit = static_cast<double>(sent.bytes) * 8 / took / 1e6;
-    const ctl::RingTotals ring = application.video().totals();
+    const ArdenvueVideoTotals ring = application.video().totals();
     const std::vector<double> times = under_way.milliseconds();
     std::printf("\nSoak of %.0f s\n", took);
     bool right = judge("the service runs on", ending ? text("ended, %d", ending->code) : "yes", !ending);

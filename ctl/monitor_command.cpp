@@ -50,7 +50,7 @@ class Every {
 };
 
 struct Rates {
-    RingTotals then;
+    ArdenvueVideoTotals then{};
     Clock::time_point time = Clock::now();
 
     void update(MonitorState& state) {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "ctl/ring_reader.h"
+#include "ardenvue/video.h"
 #include "ctl/script_player.h"
 #include "ctl/seconds.h"
 #include "ctl/service_link.h"
@@ -23,7 +23,7 @@ struct MonitorState {
     std::string service;                            // "127.0.0.1:40000", empty before the first line
     std::string ring_problem;                       // empty while the ring is read
     std::string picture_size;                       // empty before the first picture
-    RingTotals ring;
+    ArdenvueVideoTotals ring{};
     double frames_per_second = 0;
     double bits_per_second = 0;
     double running_seconds = 0;

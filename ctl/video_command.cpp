@@ -7,11 +7,10 @@
 #include <cstring>
 
 #include "ctl/exit_codes.h"
-#include "ctl/ring_mapping.h"
-#include "ctl/ring_reader.h"
 #include "ctl/seconds.h"
 #include "ctl/stop_signal.h"
 #include "ctl/subcommands.h"
+#include "ctl/video_feed.h"
 #include "platform/file_descriptor.h"
 
 namespace ctl {
@@ -19,18 +18,7 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 
-constexpr useconds_t poll_interval_us = 4'000;
-
-// The payload from its first sequence parameter set on (nal_unit_type 7, ITU-T H.264, 7.4.1); empty when it
-// has none. A decoder can make nothing of what stands before.
-Bytes from_parameter_set(Bytes payload) {
-    for (std::size_t i = 0; i + 3 < payload.size(); ++i) {
-        if (payload[i] == 0 && payload[i + 1] == 0 && payload[i + 2] == 1 && (payload[i + 3] & 0x1F) == 7) {
-            return payload.subspan(i > 0 && payload[i - 1] == 0 ? i - 1 : i);
-        }
-    }
-    return {};
-}
+constexpr int wait_ms = 100;  // between looks at what may end it
 
 bool write_all(int fd, Bytes bytes) {
     while (!bytes.empty()) {
@@ -54,39 +42,36 @@ FileDescriptor open_output(const std::string& path) {
 }  // namespace
 
 int run_video(const BoardOptions& board, const VideoOptions& options) {
-    const RingMapping mapping = map_ring(board.ring_name);
-    if (!mapping.ring) {
-        std::fprintf(stderr, "ardenvue-ctl: %s\n", mapping.problem.c_str());
+    ArdenvueVideo* opened = nullptr;
+    char reason[ARDENVUE_REASON_SIZE];
+    if (ardenvue_video_open(&opened, board.ring_name.c_str(), ARDENVUE_START_KEY, reason, sizeof reason) !=
+        0) {
+        std::fprintf(stderr, "ardenvue-ctl: %s\n", reason);
         return unusable;
     }
+    const VideoHandle video{opened};
     const FileDescriptor output = open_output(options.output);
     if (!output) {
         std::fprintf(stderr, "ardenvue-ctl: can't write %s: %s\n", options.output.c_str(),
                      std::strerror(errno));
         return unusable;
     }
-    RingReader reader{*mapping.ring};
     const auto end = options.seconds > 0 ? Clock::now() + seconds(options.seconds) : Clock::time_point::max();
     std::uint64_t frames = 0;
     std::uint64_t bytes = 0;
     std::uint64_t missed = 0;
     int code = done;
     while (!stop_requested() && Clock::now() < end && (options.frames == 0 || frames < options.frames)) {
-        const auto frame = reader.next();
-        if (!frame) {
-            usleep(poll_interval_us);
+        ArdenvueFrame frame{};
+        if (ardenvue_video_next(video.get(), &frame, wait_ms) != 0) {
             continue;
         }
-        const Bytes piece = frames == 0 ? from_parameter_set(frame->payload) : frame->payload;
-        if (piece.empty()) {
-            continue;
+        if (frame.missed_before > 0) {
+            std::fprintf(stderr, "ardenvue-ctl: missed %u frames before frame %u\n",
+                         unsigned{frame.missed_before}, unsigned{frame.number});
+            missed += frame.missed_before;
         }
-        if (frames > 0 && frame->missed_before > 0) {
-            std::fprintf(stderr, "ardenvue-ctl: missed %u frames before frame %u\n", frame->missed_before,
-                         static_cast<unsigned>(frame->number));
-            missed += frame->missed_before;
-        }
-        if (!write_all(output.get(), piece)) {
+        if (!write_all(output.get(), {frame.data, frame.size})) {
             // A player that was closed is an ordinary end.
             if (errno != EPIPE && !stop_requested()) {
                 std::fprintf(stderr, "ardenvue-ctl: can't write %s: %s\n", options.output.c_str(),
@@ -96,7 +81,7 @@ int run_video(const BoardOptions& board, const VideoOptions& options) {
             break;
         }
         frames += 1;
-        bytes += piece.size();
+        bytes += frame.size;
     }
     std::fprintf(stderr, "ardenvue-ctl: %llu frames, %llu bytes, %llu frames missed\n",
                  static_cast<unsigned long long>(frames), static_cast<unsigned long long>(bytes),

@@ -25,22 +25,35 @@ VideoFeed::VideoFeed(std::string ring_name, std::string run_dir)
 }
 
 void VideoFeed::poll() {
-    if (!reader_) {
+    if (!video_) {
         if (Clock::now() < next_try_) {
             return;
         }
         next_try_ = Clock::now() + 250ms;
-        mapping_ = map_ring(ring_name_);
-        if (!mapping_.ring) {
+        ArdenvueVideo* opened = nullptr;
+        char reason[ARDENVUE_REASON_SIZE];
+        if (ardenvue_video_open(&opened, ring_name_.c_str(), ARDENVUE_START_NEXT, reason, sizeof reason) !=
+            0) {
+            problem_ = reason;
             return;
         }
-        reader_.emplace(*mapping_.ring);
+        video_.reset(opened);
+        ardenvue_video_go_on_at_once(opened, true);
     }
-    while (const auto frame = reader_->next()) {
-        first_number_ = first_number_.value_or(frame->number);
-        last_number_ = frame->number;
-        tally_.add(frame->payload);
+    ArdenvueFrame frame{};
+    while (ardenvue_video_next(video_.get(), &frame, 0) == 0) {
+        first_number_ = first_number_.value_or(frame.number);
+        last_number_ = frame.number;
+        tally_.add({frame.data, frame.size});
     }
+}
+
+ArdenvueVideoTotals VideoFeed::totals() const {
+    ArdenvueVideoTotals totals{};
+    if (video_) {
+        ardenvue_video_totals(video_.get(), &totals);
+    }
+    return totals;
 }
 
 std::string VideoFeed::picture_size() {

@@ -5,12 +5,16 @@
 #include <optional>
 #include <string>
 
-#include "ctl/ring_mapping.h"
-#include "ctl/ring_reader.h"
+#include "ardenvue/video.h"
 #include "ctl/seconds.h"
 #include "formats/video_tally.h"
 
 namespace ctl {
+
+struct VideoClose {
+    void operator()(ArdenvueVideo* video) const { ardenvue_video_close(video); }
+};
+using VideoHandle = std::unique_ptr<ArdenvueVideo, VideoClose>;
 
 // The ring as a monitor sees it: opened when it appears, every frame read and counted.
 class VideoFeed {
@@ -20,9 +24,9 @@ class VideoFeed {
     // Reads what is new. Call it every few ms.
     void poll();
 
-    bool open() const { return reader_.has_value(); }
-    const std::string& problem() const { return mapping_.problem; }
-    RingTotals totals() const { return reader_ ? reader_->totals() : RingTotals{}; }
+    bool open() const { return video_ != nullptr; }
+    const std::string& problem() const { return problem_; }
+    ArdenvueVideoTotals totals() const;
     std::optional<std::uint16_t> first_number() const { return first_number_; }
     std::optional<std::uint16_t> last_number() const { return last_number_; }
 
@@ -36,8 +40,8 @@ class VideoFeed {
   private:
     std::string ring_name_;
     std::string run_dir_;
-    RingMapping mapping_;
-    std::optional<RingReader> reader_;
+    VideoHandle video_;
+    std::string problem_;
     Clock::time_point next_try_{};
     std::optional<std::uint16_t> first_number_;
     std::optional<std::uint16_t> last_number_;

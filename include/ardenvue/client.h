@@ -11,5 +11,6 @@
 #include "ardenvue/error.h"
 #include "ardenvue/state.h"
 #include "ardenvue/sticks.h"
+#include "ardenvue/video.h"
 
 #endif

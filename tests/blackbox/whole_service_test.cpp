@@ -6,7 +6,7 @@
 #include <set>
 
 #include "ardenvue.h"
-#include "ctl/ring_reader.h"
+#include "client/ring_reader.h"
 #include "sim/remote/player.h"
 #include "tests/blackbox/harness.h"
 
@@ -96,11 +96,11 @@ TEST(WholeService, LosesNothingOfTheVideo) {
     ASSERT_NO_FATAL_FAILURE(service.enumerate());
     const std::optional<sim::SharedMapping> memory = service.board().shared_memory(ardenvue::frame_ring_name);
     ASSERT_TRUE(memory);
-    ctl::RingReader ring{*reinterpret_cast<const ardenvue::FrameRing*>(memory->data.get())};
+    client::RingReader ring{*reinterpret_cast<const ardenvue::FrameRing*>(memory->data.get())};
 
     formats::VideoTally published;
     const auto read_ring = [&] {
-        while (const std::optional<ctl::RingFrame> frame = ring.next()) {
+        while (const std::optional<client::RingFrame> frame = ring.next()) {
             published.add(frame->payload);
         }
     };

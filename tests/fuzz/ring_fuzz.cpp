@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "ctl/ring_reader.h"
+#include "client/ring_reader.h"
 #include "fuzz.h"
 
 namespace {
@@ -54,7 +54,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         slot.flags[0] = 0;
     }
     Writer writer{ring};
-    ctl::RingReader reader{ring};
+    client::RingReader reader{ring};
     bool honest = true;
     std::uint64_t frames = 0;
     std::uint64_t missed = 0;

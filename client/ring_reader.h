@@ -9,8 +9,13 @@
 #include <vector>
 
 #include "ardenvue.h"
+#include "ardenvue/video.h"
 
-namespace ctl {
+namespace client {
+
+// The bytes from the first sequence parameter set on, its start code included (nal_unit_type 7, ITU-T H.264,
+// 7.4.1); empty when they hold none. A decoder can make nothing of what stands before.
+std::span<const std::uint8_t> from_parameter_set(std::span<const std::uint8_t> bytes);
 
 struct RingFrame {
     std::uint16_t number;
@@ -27,9 +32,8 @@ struct RingTotals {
 
 class RingReader {
   public:
-    // Reads from now on: what the ring holds already is passed over. Only loads from the ring, so that a
-    // read-only mapping will do; it must outlive the reader.
-    explicit RingReader(const ardenvue::FrameRing& ring);
+    // Only loads from the ring, so that a read-only mapping will do; it must outlive the reader.
+    explicit RingReader(const ardenvue::FrameRing& ring, ArdenvueStart start = ARDENVUE_START_NEXT);
 
     // The next frame in the order written, or none when there is no newer one. A frame is returned only when
     // it is certain that the writer left it alone while it was copied.
@@ -48,9 +52,12 @@ class RingReader {
         Place place;
     };
 
+    static Place before(const Place& place);
     Newest find_newest() const;
+    std::optional<Place> find_first(const Place& newest, ArdenvueStart start);
     void resume_at_first_slot(const Place& newest);
     void pass_over(std::uint16_t frames);
+    bool holds(const Place& place) const;
     bool copy(const Place& place);
 
     const ardenvue::FrameRing& ring_;
@@ -62,4 +69,4 @@ class RingReader {
     RingTotals totals_;
 };
 
-}  // namespace ctl
+}  // namespace client

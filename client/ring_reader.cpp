@@ -1,8 +1,8 @@
-#include "ctl/ring_reader.h"
+#include "client/ring_reader.h"
 
 #include <atomic>
 
-namespace ctl {
+namespace client {
 namespace {
 
 using ardenvue::frame_slot_count;
@@ -35,12 +35,46 @@ bool is_written(const FrameSlot& slot) {
 
 }  // namespace
 
-RingReader::RingReader(const ardenvue::FrameRing& ring) : ring_{ring} {
+std::span<const std::uint8_t> from_parameter_set(std::span<const std::uint8_t> bytes) {
+    for (std::size_t i = 0; i + 3 < bytes.size(); ++i) {
+        if (bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1 && (bytes[i + 3] & 0x1F) == 7) {
+            return bytes.subspan(i > 0 && bytes[i - 1] == 0 ? i - 1 : i);
+        }
+    }
+    return {};
+}
+
+RingReader::RingReader(const ardenvue::FrameRing& ring, ArdenvueStart start) : ring_{ring} {
     payload_.reserve(65'536);
     const auto [state, newest] = find_newest();
     was_empty_ = state != State::holds_frames;
     numbers_known_ = !was_empty_;
     last_ = newest;
+    if (state == State::holds_frames && start != ARDENVUE_START_NEXT) {
+        const std::optional<Place> first = find_first(newest, start);
+        last_ = first ? before(*first) : newest;
+    }
+}
+
+RingReader::Place RingReader::before(const Place& place) {
+    return {static_cast<std::uint16_t>(place.number - 1), slot_after(place.slot, frame_slot_count - 1)};
+}
+
+// From the newest frame back, as far as they are of one run and the writer stays away.
+std::optional<RingReader::Place> RingReader::find_first(const Place& newest, ArdenvueStart start) {
+    std::optional<Place> found;
+    Place place = newest;
+    for (int back = 0; back < safe_lag && holds(place); ++back, place = before(place)) {
+        if (start != ARDENVUE_START_KEY) {
+            found = place;
+        } else if (copy(place) && !from_parameter_set(payload_).empty()) {
+            return place;
+        }
+        if (start == ARDENVUE_START_NEWEST) {
+            break;
+        }
+    }
+    return found;
 }
 
 // The slot before the next-slot index is complete, because that index is stored after it. The newest number
@@ -127,14 +161,18 @@ void RingReader::pass_over(std::uint16_t frames) {
     totals_.missed += frames;
 }
 
+bool RingReader::holds(const Place& place) const {
+    const FrameSlot& slot = ring_.slots[place.slot];
+    return is_written(slot) && load_acquire(slot.frame_number) == place.number;
+}
+
 // True when the slot holds the frame, before and after the copy, and the writer was far from it all the time.
 // Every load of the payload acquires, so that none is made later than the checks that follow.
 bool RingReader::copy(const Place& place) {
     const FrameSlot& slot = ring_.slots[place.slot];
     const std::uint16_t size = load_acquire(slot.length_low);
     const auto holds_it = [&] {
-        return is_written(slot) && load_acquire(slot.frame_number) == place.number &&
-               load_acquire(slot.length_low) == size && load_acquire(slot.length_high) == 0;
+        return holds(place) && load_acquire(slot.length_low) == size && load_acquire(slot.length_high) == 0;
     };
     if (size == 0 || !holds_it()) {
         return false;
@@ -149,4 +187,4 @@ bool RingReader::copy(const Place& place) {
            slot_after(place.slot, steps_between(place.number, newest.number)) == newest.slot;
 }
 
-}  // namespace ctl
+}  // namespace client

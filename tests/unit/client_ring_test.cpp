@@ -1,4 +1,4 @@
-// The client's ring reader beside a writer that never waits.
+// The ring reader beside a writer that never waits.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/time.h>
@@ -15,8 +15,8 @@
 
 #include <gmock/gmock.h>
 
-#include "ctl/ring_mapping.h"
-#include "ctl/ring_reader.h"
+#include "client/ring_mapping.h"
+#include "client/ring_reader.h"
 
 namespace {
 
@@ -93,12 +93,12 @@ class Writer {
     std::uint16_t number_;
 };
 
-bool intact(const ctl::RingFrame& frame) {
+bool intact(const client::RingFrame& frame) {
     return std::all_of(frame.payload.begin(), frame.payload.end(),
                        [&](std::uint8_t byte) { return byte == pattern(frame.number); });
 }
 
-std::vector<int> numbers_of_all(ctl::RingReader& reader) {
+std::vector<int> numbers_of_all(client::RingReader& reader) {
     std::vector<int> numbers;
     while (const auto frame = reader.next()) {
         EXPECT_TRUE(intact(*frame)) << frame->number;
@@ -107,9 +107,9 @@ std::vector<int> numbers_of_all(ctl::RingReader& reader) {
     return numbers;
 }
 
-TEST(CtlRing, TakesWhatIsWrittenFromNowOnInOrder) {
+TEST(ClientRing, TakesWhatIsWrittenFromNowOnInOrder) {
     Writer writer;
-    ctl::RingReader from_empty{writer.ring()};
+    client::RingReader from_empty{writer.ring()};
     EXPECT_FALSE(from_empty.next());
     writer.write(65'535);
     const auto first = from_empty.next();
@@ -117,7 +117,7 @@ TEST(CtlRing, TakesWhatIsWrittenFromNowOnInOrder) {
     EXPECT_EQ(first->payload.size(), 65'535u);
     EXPECT_TRUE(intact(*first));
 
-    ctl::RingReader from_now{writer.ring()};
+    client::RingReader from_now{writer.ring()};
     EXPECT_FALSE(from_now.next());
     writer.write_many(3);
     EXPECT_THAT(numbers_of_all(from_now), testing::ElementsAre(1, 2, 3));
@@ -125,9 +125,9 @@ TEST(CtlRing, TakesWhatIsWrittenFromNowOnInOrder) {
     EXPECT_EQ(from_empty.totals().bytes, 65'535u + 3 * 8);
 }
 
-TEST(CtlRing, NumbersWrapWhileSlotsDoNot) {
+TEST(ClientRing, NumbersWrapWhileSlotsDoNot) {
     Writer writer{65'530};
-    ctl::RingReader reader{writer.ring()};
+    client::RingReader reader{writer.ring()};
     std::vector<int> expected;
     for (int i = 0; i < 500; i += 50) {
         writer.write_many(50);
@@ -143,10 +143,10 @@ TEST(CtlRing, NumbersWrapWhileSlotsDoNot) {
     EXPECT_EQ(reader.totals().restarts, 0u);
 }
 
-TEST(CtlRing, AReaderThatFellBehindKnowsHowManyFramesItMissed) {
+TEST(ClientRing, AReaderThatFellBehindKnowsHowManyFramesItMissed) {
     for (const int behind : {190, 191, 200, 201, 1'000, 60'000}) {
         Writer writer;
-        ctl::RingReader reader{writer.ring()};
+        client::RingReader reader{writer.ring()};
         writer.write_many(1);
         ASSERT_TRUE(reader.next());
         writer.write_many(behind);
@@ -160,10 +160,10 @@ TEST(CtlRing, AReaderThatFellBehindKnowsHowManyFramesItMissed) {
     }
 }
 
-TEST(CtlRing, FramesClearedBeforeTheyWereReadAreMissed) {
+TEST(ClientRing, FramesClearedBeforeTheyWereReadAreMissed) {
     for (const bool looked_in_between : {false, true}) {
         Writer writer;
-        ctl::RingReader reader{writer.ring()};
+        client::RingReader reader{writer.ring()};
         writer.write_many(30);
         EXPECT_EQ(numbers_of_all(reader).size(), 30u);
         writer.write_many(5);
@@ -178,10 +178,10 @@ TEST(CtlRing, FramesClearedBeforeTheyWereReadAreMissed) {
     }
 }
 
-TEST(CtlRing, ARestartedServiceIsNoLoss) {
+TEST(ClientRing, ARestartedServiceIsNoLoss) {
     for (const bool saw_it_empty : {false, true}) {
         Writer writer;
-        ctl::RingReader reader{writer.ring()};
+        client::RingReader reader{writer.ring()};
         writer.write_many(77);
         numbers_of_all(reader);
         writer.restart(0);
@@ -195,7 +195,7 @@ TEST(CtlRing, ARestartedServiceIsNoLoss) {
     }
 }
 
-TEST(CtlRing, ARingFullOfNonsenseIsReadWithoutHarm) {
+TEST(ClientRing, ARingFullOfNonsenseIsReadWithoutHarm) {
     struct Case {
         const char* what;
         void (*spoil)(FrameRing&);
@@ -213,7 +213,7 @@ TEST(CtlRing, ARingFullOfNonsenseIsReadWithoutHarm) {
     };
     for (const Case& c : cases) {
         Writer writer;
-        ctl::RingReader reader{writer.ring()};
+        client::RingReader reader{writer.ring()};
         writer.write_many(10);
         c.spoil(writer.ring());
         EXPECT_EQ(numbers_of_all(reader).size(), c.frames_left) << c.what;
@@ -222,7 +222,7 @@ TEST(CtlRing, ARingFullOfNonsenseIsReadWithoutHarm) {
 }
 
 // A signal stops the reader in the middle of a copy while the writer laps the whole ring.
-TEST(CtlRing, AFrameOverwrittenWhileItIsCopiedIsNotReturned) {
+TEST(ClientRing, AFrameOverwrittenWhileItIsCopiedIsNotReturned) {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP()
         << "ThreadSanitizer holds signals back until the next system call: nothing would interrupt a copy";
@@ -231,7 +231,7 @@ TEST(CtlRing, AFrameOverwrittenWhileItIsCopiedIsNotReturned) {
     static volatile std::sig_atomic_t laps = 0;
     Writer writer;
     interrupting = &writer;
-    ctl::RingReader reader{writer.ring()};
+    client::RingReader reader{writer.ring()};
     struct sigaction action {};
     struct sigaction former {};
     action.sa_handler = [](int) {
@@ -259,11 +259,11 @@ TEST(CtlRing, AFrameOverwrittenWhileItIsCopiedIsNotReturned) {
 }
 
 // What is read and what is missed add up while the writer runs beside the reader.
-TEST(CtlRing, EveryFrameOfARunningWriterIsReadOrCounted) {
+TEST(ClientRing, EveryFrameOfARunningWriterIsReadOrCounted) {
     constexpr unsigned frames = 10'000;
     Writer writer;
     writer.write(4);
-    ctl::RingReader reader{writer.ring()};
+    client::RingReader reader{writer.ring()};
     std::atomic<bool> done{false};
     std::thread thread{[&] {
         for (unsigned i = 0; i < frames; ++i) {
@@ -290,17 +290,17 @@ TEST(CtlRing, EveryFrameOfARunningWriterIsReadOrCounted) {
     EXPECT_GT(reader.totals().frames, 0u);
 }
 
-TEST(CtlRing, OnlyAnObjectOfTheRingsSizeIsMapped) {
-    const std::string absent = "/ardenvue-ctl-test-absent-" + std::to_string(getpid());
-    EXPECT_FALSE(ctl::map_ring(absent).ring);
-    EXPECT_THAT(ctl::map_ring(absent).problem, testing::HasSubstr("has not run yet"));
+TEST(ClientRing, OnlyAnObjectOfTheRingsSizeIsMapped) {
+    const std::string absent = "/ardenvue-ring-test-absent-" + std::to_string(getpid());
+    EXPECT_FALSE(client::map_ring(absent).ring);
+    EXPECT_THAT(client::map_ring(absent).problem, testing::HasSubstr("has not run yet"));
 
-    const std::string name = "/ardenvue-ctl-test-" + std::to_string(getpid());
+    const std::string name = "/ardenvue-ring-test-" + std::to_string(getpid());
     const int fd = shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
     ASSERT_GE(fd, 0);
     for (const off_t size : {off_t{0}, off_t{60'003'623}, off_t{60'003'624}, off_t{60'003'625}}) {
         ASSERT_EQ(ftruncate(fd, size), 0);
-        EXPECT_EQ(ctl::map_ring(name).ring != nullptr, size == 60'003'624) << size;
+        EXPECT_EQ(client::map_ring(name).ring != nullptr, size == 60'003'624) << size;
     }
     close(fd);
     shm_unlink(name.c_str());
