@@ -7,6 +7,7 @@
 #define ARDENVUE_CLIENT_H
 
 #include "ardenvue.h"
+#include "ardenvue/capture.h"
 #include "ardenvue/commands.h"
 #include "ardenvue/error.h"
 #include "ardenvue/state.h"

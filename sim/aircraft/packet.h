@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "formats/bytes.h"
+#include "formats/packet_frame.h"
 #include "formats/stream_frame.h"
 
 namespace sim {
@@ -24,11 +25,7 @@ struct Packet {
     Bytes payload;
 };
 
-// A packet without payload: 11 header bytes and the two of its sum.
-constexpr std::size_t packet_overhead = 13;
-// The length byte that stands for a packet of 1016 bytes.
-constexpr std::uint8_t long_packet_length_byte = 0xF8;
-constexpr std::size_t long_packet_size = 1016;
+using formats::packet_overhead;
 
 // The packet as it goes over the cable, with both sums. The payload is at most 234 bytes.
 Bytes encode_packet(const Packet& packet);
