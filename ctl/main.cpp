@@ -80,9 +80,13 @@ void add_send(CLI::App& app, const BoardOptions& board, SendOptions& options, in
 }
 
 void add_video(CLI::App& app, const BoardOptions& board, VideoOptions& options, int& code) {
-    CLI::App* video =
-        app.add_subcommand("video", "Write the live video as an H.264 byte stream: video | ffplay -");
+    CLI::App* video = app.add_subcommand("video", "Write the live video: video --format mp4 | ffplay -i -");
     video->add_option("-o,--output", options.output, "file, or - for the standard output")
+        ->capture_default_str();
+    video
+        ->add_option("--format", options.format,
+                     "h264, the byte stream as it comes; mp4, fragmented, or ts: with the times of arrival")
+        ->check(CLI::IsMember({"h264", "mp4", "ts"}))
         ->capture_default_str();
     video->add_option("--frames", options.frames, "end after so many frames of the ring")
         ->check(formats::count());

@@ -27,8 +27,9 @@ int run_send(const BoardOptions& board, const SendOptions& options);
 
 struct VideoOptions {
     std::string output = "-";
-    std::uint64_t frames = 0;  // 0: no limit
-    double seconds = 0;        // 0: no limit
+    std::string format = "h264";  // or "mp4", "ts"
+    std::uint64_t frames = 0;     // 0: no limit
+    double seconds = 0;           // 0: no limit
 };
 int run_video(const BoardOptions& board, const VideoOptions& options);
 

@@ -67,7 +67,7 @@ void put_unity_matrix(Buffer& out) {
 void put_movie_header(Buffer& out) {
     const Box mvhd{out, "mvhd", 0, 0};
     put_zeros(out, 8);  // times of creation and change: none
-    put(out, FragmentedMp4::timescale, 4);
+    put(out, MediaTime::timescale, 4);
     put_zeros(out, 4);  // duration: that of the fragments
     put(out, 0x00010000, 4);
     put(out, 0x0100, 2);
@@ -144,7 +144,7 @@ void put_media(Buffer& out, const Buffer& sps, const Buffer& pps, std::int32_t w
     {
         const Box mdhd{out, "mdhd", 0, 0};
         put_zeros(out, 8);
-        put(out, FragmentedMp4::timescale, 4);
+        put(out, MediaTime::timescale, 4);
         put_zeros(out, 4);
         put(out, 0x55C4, 2);  // language: undetermined
         put_zeros(out, 2);
@@ -250,15 +250,11 @@ FragmentedMp4::Bytes FragmentedMp4::fragment(const AccessUnit& unit) {
     if (sps_.empty()) {
         return bytes_;
     }
-    constexpr std::int64_t second = 1'000'000'000;
-    first_time_ns_ = last_time_ < 0 ? unit.time_ns : first_time_ns_;
-    const std::int64_t since = std::max<std::int64_t>(unit.time_ns - first_time_ns_, 0);
-    const std::int64_t units = since / second * timescale + since % second * timescale / second;
-    const std::int64_t time = std::max(units, last_time_ + 1);
-    if (last_time_ >= 0) {
-        duration_ = static_cast<std::uint32_t>(std::min<std::int64_t>(time - last_time_, timescale));
+    const std::int64_t before = time_.last();
+    const std::int64_t time = time_.next(unit.time_ns);
+    if (before >= 0) {
+        duration_ = static_cast<std::uint32_t>(std::min(time - before, MediaTime::timescale));
     }
-    last_time_ = time;
     std::size_t size = 0;
     for (const NalUnit each : unit.units) {
         size += type_of(each) == NalType::delimiter ? 0 : 4 + each.size();

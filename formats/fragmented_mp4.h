@@ -10,14 +10,13 @@
 #include <vector>
 
 #include "formats/access_units.h"
+#include "formats/media_time.h"
 
 namespace formats {
 
 class FragmentedMp4 {
   public:
     using Bytes = std::span<const std::uint8_t>;  // valid until the next call
-
-    static constexpr std::uint32_t timescale = 90'000;  // units a second
 
     // Takes the parameter sets of a key access unit for the header, and the pictures' size from them. False,
     // and all is as it was, when there are none or no decoder could use them. Called again where they change:
@@ -46,9 +45,8 @@ class FragmentedMp4 {
     std::int32_t width_ = 0;
     std::int32_t height_ = 0;
     std::uint32_t sequence_number_ = 0;
-    std::int64_t first_time_ns_ = 0;
-    std::int64_t last_time_ = -1;  // in units
-    std::uint32_t duration_ = timescale / 30;
+    MediaTime time_;
+    std::uint32_t duration_ = MediaTime::timescale / 30;
     std::vector<std::uint8_t> bytes_;
 };
 
