@@ -10,6 +10,7 @@
 #include "ardenvue/capture.h"
 #include "ardenvue/commands.h"
 #include "ardenvue/error.h"
+#include "ardenvue/json.h"
 #include "ardenvue/state.h"
 #include "ardenvue/sticks.h"
 #include "ardenvue/video.h"

@@ -1,6 +1,10 @@
 // What arrives on the status port, from the service and from anybody else, as the library gives it.
 #include <cmath>
+#include <cstring>
+#include <regex>
 #include <string>
+
+#include <cjson/cJSON.h>
 
 #include "tests/unit/client_link.h"
 
@@ -167,6 +171,89 @@ TEST(ClientState, AHistogramThatStoppedIsGone) {
         usleep(50'000);
     }
     EXPECT_EQ(ardenvue_link_histogram(link.get(), &histogram), ARDENVUE_ERROR_NONE_YET);
+}
+
+// The object without what depends on the moment, and read by a parser that isn't ours.
+std::string json_of(const Link& link) {
+    char text[ARDENVUE_STATE_JSON_SIZE];
+    const int length = ardenvue_state_json(link.get(), text, sizeof text);
+    EXPECT_EQ(length, static_cast<int>(std::strlen(text)));
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> parsed{cJSON_ParseWithOpts(text, nullptr, true),
+                                                                 cJSON_Delete};
+    EXPECT_TRUE(parsed) << text;
+    EXPECT_TRUE(std::regex_search(
+        text,
+        std::regex{
+            R"(^\{"format":1,"time":"20\d\d-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z","monotonic":\d+\.\d{3},)"}))
+        << text;
+    const std::string rest = std::regex_replace(text, std::regex{"^.*?\"link\""}, "\"link\"");
+    return std::regex_replace(rest, std::regex{R"(age":\d\.\d{3}([,}]))"}, "age\":AGE$1");
+}
+
+TEST(ClientState, TheStateIsOneJsonObject) {
+    const Link link = unbound_link();
+    EXPECT_EQ(json_of(link), R"("link":{"state":"down","service":null,"restarts":0,"frame_age":null},)"
+                             R"("camera":null,"gimbal":null,"focus":null,"histogram":null,"words":null})");
+
+    ardenvue_link_watch_frames(link.get(), "no_such_ring");
+    ardenvue_link_saw_frame(link.get(), INT64_MAX);
+    // A name that would end its text; a key that comes twice.
+    take(link, line_with("Phantom", "\"\\") + "pl_id=7,");
+    take(link, histogram_record());
+    std::string bins = "200";
+    for (int i = 1; i < 64; ++i) {
+        bins += "," + std::to_string(200 - i);
+    }
+    EXPECT_EQ(
+        json_of(link),
+        R"("link":{"state":"live","service":null,"restarts":0,"frame_age":AGE},)"
+        R"("camera":{"age":AGE,"model":"\"\\ 4 Pro","detected":true,"ae":true,"mode":"video",)"
+        R"("card_gigabytes":15,"shots_left":1234,"recording_seconds_left":2591,"recording_seconds":3725,)"
+        R"("voltage":null,"battery_percent":87,"battery_temperature":25.3,"photo_format":"jpg+raw",)"
+        R"("photo_ratio":"16:9","video_width":3840,"video_height":2160,"video_rate":30,)"
+        R"("video_standard":"NTSC","aperture":2.8,"shutter":0.002,"shutter_set":2.5,"iso":400,"iso_set":0,)"
+        R"("ev":0.3,"exposure_program":"manual","color":"black white","white_balance":"custom",)"
+        R"("white_balance_kelvin":5600,"antiflicker":"50","sensor":0,"playback_id":0,"histogram":true},)"
+        R"("gimbal":null,"focus":null,"histogram":{"age":AGE,"bins":[)" +
+            bins +
+            R"(]},"words":{"camera_detected":"1","camera_model":"\"\\ 4 Pro","camera_mode":"video",)"
+            R"("sd":"15.0G","shots_left":"1234","rec_time_left":"00:43:11","rec_time":"01:02:05",)"
+            R"("voltage":"-1","battery_level":"87","battery_temp":"25.3","shot_mode":"JPG+RAW",)"
+            R"("resolution":"3840x2160","framerate":"30","format":"3840x2160@30","ae":"1",)"
+            R"("aperture":"2.8","shutter":"1/500","shutter_set":"2.5\"","iso":"400","iso_set":"auto",)"
+            R"("ev":"+0.3","image_mode":"manual","color_mode":"black white","wb":"custom",)"
+            R"("wb_temp":"5600","ratio":"16:9","sensor":"0","video_std":"NTSC",)"
+            R"("antiflicker":"50 Hz","histogram":"1","pl_state":"","pl_id":"0","pl_dur":"","pl_time":""}})");
+
+    take(link, line_with("=2.8", "="));
+    take(link, gimbal_focus_record());
+    EXPECT_THAT(
+        json_of(link),
+        testing::AllOf(testing::HasSubstr(R"(,"aperture":null,)"),
+                       testing::HasSubstr(R"("gimbal":{"age":AGE,"heading":-180,"tilt":10000,)"
+                                          R"("roll":-32768,"orientation_lock":true,"recording":true},)"
+                                          R"("focus":{"age":AGE,"type":"afc","mode":134,"max":1000,)"
+                                          R"("position":329,"x":0.25,"y":0.75},)")));
+    std::string without_focus = gimbal_focus_record();
+    without_focus[12] = 0;
+    take(link, without_focus);
+    EXPECT_THAT(json_of(link), testing::HasSubstr(R"(,"focus":null,)"));
+}
+
+TEST(ClientState, AStateThatDoesNotFitIsCutAndItsLengthTold) {
+    const Link link = unbound_link();
+    // The longest there can be: each byte of the texts needs a backslash.
+    std::string line = line_with("Phantom", std::string(1'500, '\\'));
+    take(link, line);
+    take(link, gimbal_focus_record());
+    take(link, histogram_record());
+    const int whole = ardenvue_state_json(link.get(), nullptr, 0);
+    ASSERT_LT(whole, ARDENVUE_STATE_JSON_SIZE);
+    for (const std::size_t size : {1, 2, 100, whole, whole + 1}) {
+        std::vector<char> text(size, 'x');
+        EXPECT_EQ(ardenvue_state_json(link.get(), text.data(), size), whole);
+        EXPECT_EQ(strnlen(text.data(), size), size - 1);
+    }
 }
 
 }  // namespace
