@@ -38,8 +38,9 @@ void add_monitor(CLI::App& app, const BoardOptions& board, MonitorOptions& optio
 
 void add_status(CLI::App& app, const BoardOptions& board, StatusOptions& options, int& code) {
     CLI::App* status = app.add_subcommand("status", "Print the next status line as a table");
-    status->add_flag("--json", options.json, "as a JSON object instead");
-    status->add_flag("--watch", options.watch, "go on, one a second");
+    status->add_flag("--json", options.json, "as a JSON object instead, with all that is known");
+    status->add_flag("--watch", options.watch,
+                     "go on, one a second; with --json also when the link has changed");
     status->add_option("--timeout", options.timeout, "seconds to wait for a line")
         ->check(formats::above_zero())
         ->capture_default_str();

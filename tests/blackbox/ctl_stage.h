@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <sstream>
 
 #include <cjson/cJSON.h>
 #include <gmock/gmock.h>
@@ -57,6 +58,26 @@ inline Result run_ctl(const std::string& arguments) {
     return run(CTL_PATH, arguments + " 2>&1");
 }
 
+using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+
+inline Json parse_json(const std::string& text) {
+    return {cJSON_ParseWithOpts(text.c_str(), nullptr, true), cJSON_Delete};
+}
+
+// The value at a path, "link.state": a text as it is, all else as JSON; empty where there is none.
+inline std::string at(const Json& object, const std::string& path) {
+    const cJSON* item = object.get();
+    std::istringstream names{path};
+    for (std::string name; std::getline(names, name, '.');) {
+        item = cJSON_GetObjectItemCaseSensitive(item, name.c_str());
+    }
+    if (cJSON_IsString(item)) {
+        return cJSON_GetStringValue(item);
+    }
+    const std::unique_ptr<char, decltype(&cJSON_free)> text{cJSON_PrintUnformatted(item), cJSON_free};
+    return text ? text.get() : "";
+}
+
 // A status port that nobody holds; below the kernel's own choices, so that none of those takes it in between.
 inline std::uint16_t free_status_port() {
     static int tried = 0;
@@ -97,8 +118,7 @@ class Stage {
             << "\nRUN_DIR=" << service_.board().directory() << "/run\n";
     }
     ~Stage() {
-        stop_ = true;
-        playing_.join();
+        stop_streaming();
         player_.reset();
         fs::remove_all(directory_);
     }
@@ -110,6 +130,13 @@ class Stage {
     const std::vector<sim::AccessUnit>& clip() const { return clip_; }
     Service& service() { return service_; }
     sim::Camera& camera() { return camera_; }
+
+    void stop_streaming() {
+        stop_ = true;
+        if (playing_.joinable()) {
+            playing_.join();
+        }
+    }
 
     Result ctl(const std::string& arguments) const {
         return run_ctl("--board " + directory_.string() + " " + arguments);

@@ -47,13 +47,39 @@ TEST_F(Ctl, ShowsTheNewestStatusLine) {
     const Result table = stage().ctl("status");
     EXPECT_EQ(table.code, ctl::done);
     EXPECT_THAT(table.output, HasSubstr("camera_model     Phantom 4 Pro\n"));
-    const Result json = stage().ctl("status --json");
-    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> object{cJSON_Parse(json.output.c_str()),
-                                                                 cJSON_Delete};
-    ASSERT_TRUE(object) << json.output;
-    EXPECT_EQ(cJSON_GetArraySize(object.get()), 34);
-    EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(object.get(), "camera_model")), "Phantom 4 Pro");
-    EXPECT_EQ(cJSON_GetNumberValue(cJSON_GetObjectItem(object.get(), "battery_temp")), 31.2);
+    const Json object = parse_json(stage().ctl("status --json | tr -d '\\n'").output);
+    EXPECT_EQ(at(object, "link.state"), "live");
+    EXPECT_EQ(at(object, "camera.model"), "Phantom 4 Pro");
+    EXPECT_EQ(at(object, "camera.battery_temperature"), "31.2");
+    EXPECT_EQ(at(object, "gimbal.recording"), "false");
+    EXPECT_EQ(cJSON_GetArraySize(cJSON_GetObjectItem(object.get(), "words")), 34);
+}
+
+// What a page or a logger shows when the remote controller is gone: the last values marked as such, then that
+// there is no link.
+TEST(CtlAlone, WatchesTheLinkFallSilentAndGoDown) {
+    Stage stage;
+    std::FILE* const pipe = popen(
+        ("exec " CTL_PATH " --board " + stage.file("") + " status --watch --json --timeout 3 2>&1").c_str(),
+        "r");
+    std::string seen;
+    std::string last_line;
+    char line[ARDENVUE_STATE_JSON_SIZE + 1];
+    while (std::fgets(line, sizeof line, pipe) != nullptr) {
+        last_line = line;
+        last_line.pop_back();
+        const Json object = parse_json(last_line);
+        const std::string state = at(object, "link.state") + " ";
+        seen += seen.ends_with(state) ? "" : state;
+        if (state == "live ") {
+            stage.stop_streaming();
+        } else if (object) {
+            EXPECT_EQ(at(object, "camera.model"), "Phantom 4 Pro");
+        }
+    }
+    EXPECT_THAT(seen, testing::EndsWith("live silent down "));
+    EXPECT_THAT(last_line, HasSubstr("no status arrives"));
+    EXPECT_EQ(WEXITSTATUS(pclose(pipe)), ctl::silent);
 }
 
 // Else they would hold the status port for ever, and no main application could start.
@@ -235,6 +261,8 @@ TEST(CtlAlone, SaysWhatIsMissing) {
         {"send shot --port " + port, ctl::port_taken, "is held by"},
         {"monitor --port " + port, ctl::port_taken, "is held by"},
         {"status --timeout 0.2 --port " + free_port, ctl::silent, "no status arrives"},
+        {"status --json --timeout 0.2 --port " + free_port, ctl::silent,
+         R"("link":{"state":"down","service":null,)"},
         {"send shot --timeout 0.2 --port " + free_port, ctl::silent, "no status arrives"},
         {"monitor --lines --seconds 0.2 --port " + free_port, ctl::silent, ""},
         {"video --seconds 0.2 -o /dev/null" + here + "1", ctl::silent, "0 frames, 0 bytes"},
