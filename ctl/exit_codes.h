@@ -13,6 +13,7 @@ enum ExitCode : int {
     not_confirmed = 5,  // sent, but the camera's state did not show it in time
     not_reported = 6,   // sent, and no report shows this setting, so there was nothing to wait for
     different = 7,      // what arrived is not what was sent
+    not_installed = 8,  // a program that this takes, as a decoder for a picture
     bad_usage = formats::wrong_usage,  // options, or words that are no command; nothing was sent
 };
 
@@ -25,6 +26,7 @@ constexpr const char* exit_code_help =
     "  5  sent, but the camera's state did not show it in time\n"
     "  6  sent, and no report shows this setting\n"
     "  7  what arrived is not what was sent\n"
+    "  8  a program that decodes pictures is not installed\n"
     " 64  wrong options, or words that are no command; nothing was sent\n";
 
 }  // namespace ctl

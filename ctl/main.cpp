@@ -95,6 +95,16 @@ void add_video(CLI::App& app, const BoardOptions& board, VideoOptions& options, 
     video->callback([&] { code = run_video(board, options); });
 }
 
+void add_snapshot(CLI::App& app, const BoardOptions& board, SnapshotOptions& options, int& code) {
+    CLI::App* snapshot =
+        app.add_subcommand("snapshot", "Write the newest key picture, decoded by ffmpeg or GStreamer");
+    snapshot->add_option("file", options.file, "file to write, .jpg or .png")->required();
+    snapshot->add_option("--timeout", options.timeout, "seconds to wait for a picture")
+        ->check(formats::above_zero())
+        ->capture_default_str();
+    snapshot->callback([&] { code = run_snapshot(board, options); });
+}
+
 void add_relay(CLI::App& app, const BoardOptions& board, CaptureOptions& capture_options,
                InjectOptions& inject_options, int& code) {
     CLI::App* capture = app.add_subcommand("capture", "Record the raw stream into a file, with its times");
@@ -137,6 +147,7 @@ int main(int argc, char** argv) try {
     StatusOptions status;
     SendOptions send;
     VideoOptions video;
+    SnapshotOptions snapshot;
     CaptureOptions capture;
     InjectOptions inject;
     AccountOptions account;
@@ -152,6 +163,7 @@ int main(int argc, char** argv) try {
     add_status(app, board, status, code);
     add_send(app, board, send, code);
     add_video(app, board, video, code);
+    add_snapshot(app, board, snapshot, code);
     add_relay(app, board, capture, inject, code);
     add_account(app, account, code);
     catch_stop_signals();

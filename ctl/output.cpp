@@ -1,10 +1,13 @@
 #include "ctl/output.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "ctl/exit_codes.h"
+#include "ctl/stop_signal.h"
 
 namespace ctl {
 namespace {
@@ -12,6 +15,20 @@ namespace {
 int problem = 0;  // errno of the first write that failed
 
 }  // namespace
+
+bool write_all(int descriptor, std::span<const std::uint8_t> bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(descriptor, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR && !stop_requested()) {
+            continue;
+        }
+        if (written < 0) {
+            return false;
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+    return true;
+}
 
 bool hand_on_output() {
     errno = 0;

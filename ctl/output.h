@@ -1,6 +1,12 @@
 #pragma once
 
+#include <cstdint>
+#include <span>
+
 namespace ctl {
+
+// Writes all of it to a pipe or file; false with errno set when that failed, or the program is to end.
+bool write_all(int descriptor, std::span<const std::uint8_t> bytes);
 
 // Hands what was printed on to the standard output. False once a write has failed, from then on: who prints
 // in a loop ends it then, and lets go of the status port.

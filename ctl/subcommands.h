@@ -33,6 +33,12 @@ struct VideoOptions {
 };
 int run_video(const BoardOptions& board, const VideoOptions& options);
 
+struct SnapshotOptions {
+    std::string file;
+    double timeout = 5;  // seconds until a picture that a decoder can begin with
+};
+int run_snapshot(const BoardOptions& board, const SnapshotOptions& options);
+
 struct CaptureOptions {
     std::string file;
     double seconds = 0;  // 0: until stopped

@@ -28,6 +28,45 @@ TEST_F(CtlVideo, HasEveryPictureAndTrueTimesInEveryFormat) {
     }
 }
 
+// With one decoder, the other, none, and one that dies when half of the picture is written.
+TEST_F(CtlVideo, TakesASnapshotOrLeavesTheFileAlone) {
+    const std::string bin = stage().file("bin");
+    const struct {
+        const char* decoder;
+        const char* made_by;
+        const char* kind;
+        int code;
+        const char* said;
+        const char* is;
+    } cases[] = {
+        {"ffmpeg", "ln -s /usr/bin/ffmpeg", "jpg", ctl::done, "", "mjpeg,1280,720\n"},
+        {"ffmpeg", "ln -s /usr/bin/ffmpeg", "png", ctl::done, "", "png,1280,720\n"},
+        {"gst-launch-1.0", "ln -s /usr/bin/gst-launch-1.0", "jpg", ctl::done, "", "mjpeg,1280,720\n"},
+        {"gst-launch-1.0", "ln -s /usr/bin/gst-launch-1.0", "png", ctl::done, "", "png,1280,720\n"},
+        {"none", "touch", "png", ctl::not_installed, "neither ffmpeg nor gst-launch-1.0", nullptr},
+        {"ffmpeg", "printf \"#!/bin/sh\\necho half; exit 1\" | install -m 755 /dev/stdin", "png",
+         ctl::unusable, "ffmpeg could not decode", nullptr},
+        {"none", "touch", "gif", ctl::bad_usage, "ends in .jpg or .png", nullptr},
+    };
+    for (const auto& c : cases) {
+        const std::string file = stage().file("pictures/snap." + std::string{c.kind});
+        run_shell("rm -rf " + bin + " " + stage().file("pictures") + "; mkdir " + bin + " " +
+                  stage().file("pictures") + "; " + c.made_by + " " + bin + "/" + c.decoder +
+                  "; echo before >" + file);
+        const Result result = run("/usr/bin/env", "PATH=" + bin + " " CTL_PATH " --board " +
+                                                      stage().file("") + " snapshot " + file + " 2>&1");
+        EXPECT_EQ(result.code, c.code) << c.decoder << result.output;
+        EXPECT_THAT(result.output, HasSubstr(c.said)) << c.decoder;
+        EXPECT_EQ(std::distance(fs::directory_iterator{stage().file("pictures")}, {}), 1) << c.decoder;
+        EXPECT_EQ(run_shell(c.is == nullptr ? "cat " + file
+                                            : "ffprobe -v error -show_entries stream=codec_name,width,height "
+                                              "-of csv=p=0 " +
+                                                  file),
+                  c.is == nullptr ? "before\n" : c.is)
+            << c.decoder;
+    }
+}
+
 TEST_F(CtlVideo, SaysWhyNothingComes) {
     const Result terminal = run("/usr/bin/script", "-qec '" CTL_PATH " video' /dev/null 2>&1");
     EXPECT_EQ(terminal.code, ctl::bad_usage) << terminal.output;
