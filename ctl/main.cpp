@@ -125,6 +125,17 @@ void add_relay(CLI::App& app, const BoardOptions& board, CaptureOptions& capture
     inject->callback([&] { code = run_inject(board, inject_options); });
 }
 
+void add_decode(CLI::App& app, DecodeOptions& options, int& code) {
+    CLI::App* decode = app.add_subcommand("decode", "Take a capture apart; needs no service");
+    decode->add_option("capture", options.file, "file to read")->required()->check(CLI::ExistingFile);
+    decode->add_option(
+        "--video", options.video,
+        "file to write, .h264, or with the capture's times .mp4 or .ts; - for the standard output");
+    decode->add_option("--packets", options.packets,
+                       "file to write, a line of JSON for each packet; - for the standard output");
+    decode->callback([&] { code = run_decode(options); });
+}
+
 void add_account(CLI::App& app, AccountOptions& options, int& code) {
     CLI::App* account =
         app.add_subcommand("account", "Compare what ardenvue-sim sent with what a monitor saw");
@@ -150,6 +161,7 @@ int main(int argc, char** argv) try {
     SnapshotOptions snapshot;
     CaptureOptions capture;
     InjectOptions inject;
+    DecodeOptions decode;
     AccountOptions account;
     int code = done;
 
@@ -165,6 +177,7 @@ int main(int argc, char** argv) try {
     add_video(app, board, video, code);
     add_snapshot(app, board, snapshot, code);
     add_relay(app, board, capture, inject, code);
+    add_decode(app, decode, code);
     add_account(app, account, code);
     catch_stop_signals();
     const int parsed = formats::parse_command_line(app, argc, argv);

@@ -1,5 +1,6 @@
 #include "ctl/output.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +16,11 @@ namespace {
 int problem = 0;  // errno of the first write that failed
 
 }  // namespace
+
+FileDescriptor open_output(const std::string& path) {
+    return FileDescriptor{path == "-" ? dup(STDOUT_FILENO)
+                                      : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)};
+}
 
 bool write_all(int descriptor, std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {

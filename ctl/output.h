@@ -2,8 +2,15 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
+
+#include "platform/file_descriptor.h"
 
 namespace ctl {
+
+// Opens a file to be written anew; "-" is the standard output. Owns nothing, with errno set, when that
+// failed.
+FileDescriptor open_output(const std::string& path);
 
 // Writes all of it to a pipe or file; false with errno set when that failed, or the program is to end.
 bool write_all(int descriptor, std::span<const std::uint8_t> bytes);

@@ -46,6 +46,13 @@ struct CaptureOptions {
 };
 int run_capture(const BoardOptions& board, const CaptureOptions& options);
 
+struct DecodeOptions {
+    std::string file;
+    std::string video;    // file to write; empty: none
+    std::string packets;  // the same
+};
+int run_decode(const DecodeOptions& options);
+
 struct InjectOptions {
     std::string file;
     double timeout = 5;  // seconds until the link streams

@@ -19,11 +19,6 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 
-FileDescriptor open_output(const std::string& path) {
-    return FileDescriptor{path == "-" ? dup(STDOUT_FILENO)
-                                      : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)};
-}
-
 }  // namespace
 
 int run_video(const BoardOptions& board, const VideoOptions& options) {

@@ -67,6 +67,69 @@ TEST_F(CtlVideo, TakesASnapshotOrLeavesTheFileAlone) {
     }
 }
 
+// A capture with uneven times, a push with and without a right sum, and a command; then cut off, and plain.
+TEST_F(CtlVideo, TakesACaptureApart) {
+    const std::string file = stage().file("made.cap");
+    const std::string base = stage().file("taken");
+    const Bytes attitude = sim::encode_packet({4, 2, 0x1234, 0, 4, 5, Bytes(18)});
+    Bytes damaged = attitude;
+    damaged.back() ^= 1;
+    const Bytes record_start = sim::encode_packet({2, 1, 0, 0x40, 2, 2, {1}});
+    Bytes video;
+    {
+        formats::CaptureWriter capture;
+        ASSERT_TRUE(capture.open(file));
+        const int times_ms[] = {0, 200, 250};
+        for (std::size_t i = 0; i < std::size(times_ms); ++i) {
+            for (const Bytes& payload : stage().clip()[i].payloads) {
+                capture.write(times_ms[i] * 1ms, formats::Direction::from_remote,
+                              sim::encode_frame(formats::FrameType::video, payload));
+                video.insert(video.end(), payload.begin(), payload.end());
+            }
+        }
+        for (const Bytes& packet : {attitude, damaged}) {
+            capture.write(1'500'001us, formats::Direction::from_remote,
+                          sim::encode_frame(formats::FrameType::packets, packet));
+        }
+        capture.write(2s, formats::Direction::to_remote, record_start);
+    }
+    const Result apart =
+        run(CTL_PATH, "decode " + file + " --video " + base + ".h264 --packets - 2>/dev/null");
+    EXPECT_EQ(run_ctl("decode " + file + " --video " + base + ".mp4").code, ctl::done);
+    EXPECT_EQ(apart.code, ctl::done);
+    EXPECT_THAT(
+        apart.output,
+        testing::MatchesRegex(
+            R"(\{"time":1\.500001,"direction":"received","what":"gimbal attitude","sender":4,"receiver":2,)"
+            R"("sequence":4660,"type":0,"set":4,"id":5,"bytes":"55 1F 04 [^"]*"\}.)"
+            R"(\{"time":1\.500001,"direction":null,"what":"damaged","sender":null,"receiver":null,)"
+            R"("sequence":null,"type":null,"set":null,"id":null,"bytes":"55 1F 04 [^"]*"\}.)"
+            R"(\{"time":2\.000000,"direction":"sent","what":"record start","sender":2,"receiver":1,)"
+            R"("sequence":0,"type":64,"set":2,"id":2,"bytes":"55 0E 04 66 02 01 00 00 40 02 02 01 08 44"\}.)"));
+    EXPECT_EQ(contents(base + ".h264"), video);
+    EXPECT_EQ(run_shell("ffprobe -v error -show_entries packet=pts_time -of csv=p=0 " + base + ".mp4"),
+              "0.000000\n0.200000\n0.250000\n");
+
+    fs::resize_file(file, fs::file_size(file) - 1);
+    const struct {
+        std::string arguments;
+        int code;
+        const char* said;
+    } cases[] = {
+        {file, ctl::unusable, "1 packets received, 0 sent, 31 damaged bytes"},
+        {file, ctl::unusable, "is damaged or cut off behind that"},
+        {file + " --video " + base + ".avi", ctl::bad_usage, "ends in .h264, .mp4 or .ts"},
+        {file + " --video - --packets -", ctl::bad_usage, "can't both go to"},
+        {file + " --packets /dev/full", ctl::unusable, "can't write /dev/full: No space left"},
+        {base + ".h264 --video " + base + ".mp4", ctl::bad_usage, "without times can't become"},
+    };
+    for (const auto& c : cases) {
+        const Result result = run_ctl("decode " + c.arguments);
+        EXPECT_EQ(result.code, c.code) << c.arguments;
+        EXPECT_THAT(result.output, HasSubstr(c.said)) << c.arguments;
+    }
+}
+
 TEST_F(CtlVideo, SaysWhyNothingComes) {
     const Result terminal = run("/usr/bin/script", "-qec '" CTL_PATH " video' /dev/null 2>&1");
     EXPECT_EQ(terminal.code, ctl::bad_usage) << terminal.output;
