@@ -105,6 +105,27 @@ void add_snapshot(CLI::App& app, const BoardOptions& board, SnapshotOptions& opt
     snapshot->callback([&] { code = run_snapshot(board, options); });
 }
 
+void add_record(CLI::App& app, const BoardOptions& board, RecordOptions& options, int& code) {
+    CLI::App* record = app.add_subcommand(
+        "record", "Record the live video as MP4, with the state beside it: record flight.mp4");
+    record
+        ->add_option("file", options.file,
+                     "file to write, which plays up to its last picture whatever ends the recording; the "
+                     "state goes into "
+                     "its .jsonl")
+        ->required();
+    record->add_option("--seconds", options.seconds, "end after this time")->check(formats::above_zero());
+    record
+        ->add_option("--split", options.split,
+                     "minutes after which a new file begins: flight-2.mp4, flight-3.mp4")
+        ->check(formats::above_zero());
+    record->add_option("--keep-free", options.keep_free, "end when fewer megabytes are left on the disk")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    record->add_flag("!--no-state", options.with_state, "don't bind the status port");
+    record->callback([&] { code = run_record(board, options); });
+}
+
 void add_relay(CLI::App& app, const BoardOptions& board, CaptureOptions& capture_options,
                InjectOptions& inject_options, int& code) {
     CLI::App* capture = app.add_subcommand("capture", "Record the raw stream into a file, with its times");
@@ -159,6 +180,7 @@ int main(int argc, char** argv) try {
     SendOptions send;
     VideoOptions video;
     SnapshotOptions snapshot;
+    RecordOptions record;
     CaptureOptions capture;
     InjectOptions inject;
     DecodeOptions decode;
@@ -176,6 +198,7 @@ int main(int argc, char** argv) try {
     add_send(app, board, send, code);
     add_video(app, board, video, code);
     add_snapshot(app, board, snapshot, code);
+    add_record(app, board, record, code);
     add_relay(app, board, capture, inject, code);
     add_decode(app, decode, code);
     add_account(app, account, code);

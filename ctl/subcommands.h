@@ -39,6 +39,15 @@ struct SnapshotOptions {
 };
 int run_snapshot(const BoardOptions& board, const SnapshotOptions& options);
 
+struct RecordOptions {
+    std::string file;
+    double seconds = 0;      // 0: until stopped
+    double split = 0;        // minutes, 0: one file
+    double keep_free = 100;  // megabytes of the disk
+    bool with_state = true;
+};
+int run_record(const BoardOptions& board, const RecordOptions& options);
+
 struct CaptureOptions {
     std::string file;
     double seconds = 0;  // 0: until stopped

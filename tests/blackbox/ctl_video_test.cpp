@@ -50,11 +50,19 @@ TEST_F(CtlVideo, TakesASnapshotOrLeavesTheFileAlone) {
     };
     for (const auto& c : cases) {
         const std::string file = stage().file("pictures/snap." + std::string{c.kind});
-        run_shell("rm -rf " + bin + " " + stage().file("pictures") + "; mkdir " + bin + " " +
-                  stage().file("pictures") + "; " + c.made_by + " " + bin + "/" + c.decoder +
-                  "; echo before >" + file);
-        const Result result = run("/usr/bin/env", "PATH=" + bin + " " CTL_PATH " --board " +
-                                                      stage().file("") + " snapshot " + file + " 2>&1");
+        fs::remove_all(bin);
+        fs::remove_all(stage().file("pictures"));
+        fs::create_directory(bin);
+        fs::create_directory(stage().file("pictures"));
+        std::ofstream{file} << "before\n";
+        run_shell(std::string{c.made_by}.append(" ").append(bin).append("/").append(c.decoder));
+        const Result result = run("/usr/bin/env", std::string{"PATH="}
+                                                      .append(bin)
+                                                      .append(" " CTL_PATH " --board ")
+                                                      .append(stage().file(""))
+                                                      .append(" snapshot ")
+                                                      .append(file)
+                                                      .append(" 2>&1"));
         EXPECT_EQ(result.code, c.code) << c.decoder << result.output;
         EXPECT_THAT(result.output, HasSubstr(c.said)) << c.decoder;
         EXPECT_EQ(std::distance(fs::directory_iterator{stage().file("pictures")}, {}), 1) << c.decoder;
@@ -146,6 +154,76 @@ TEST_F(CtlVideo, SaysWhyNothingComes) {
         EXPECT_EQ(result.code, ctl::silent);
         EXPECT_THAT(result.output, HasSubstr(reason));
     }
+}
+
+// Pictures that a player finds, whatever the end of the file looks like.
+int pictures_in(const std::string& file) {
+    return std::atoi(
+        run_shell("ffprobe -v quiet -count_frames -show_entries stream=nb_read_frames -of csv=p=0 " + file)
+            .c_str());
+}
+
+std::vector<std::string> lines_of(const std::string& file) {
+    std::ifstream stream{file};
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+TEST_F(CtlVideo, IsRecordedInFilesWithTheStateBesideThem) {
+    const std::string stem = stage().file("flight");
+    const Result result = stage().ctl("record --seconds 6 --split 0.05 " + stem + ".mp4");
+    EXPECT_EQ(result.code, ctl::done) << result.output;
+    const int pictures = pictures_in(stem + ".mp4") + pictures_in(stem + "-2.mp4") +
+                         (fs::exists(stem + "-3.mp4") ? pictures_in(stem + "-3.mp4") : 0);
+    EXPECT_GT(pictures, 60);
+    EXPECT_THAT(result.output, HasSubstr(" " + std::to_string(pictures) + " pictures"));
+    for (const char* part : {".jsonl", "-2.jsonl"}) {
+        const std::vector<std::string> lines = lines_of(stem + part);
+        ASSERT_GT(lines.size(), 5U);
+        EXPECT_THAT(lines[0], testing::StartsWith("{\"format\":1,\"video_began\":{\"monotonic\":"));
+        EXPECT_THAT(lines.back(), HasSubstr("\"state\":\"live\""));
+        EXPECT_THAT(lines.back(), testing::EndsWith("}"));
+    }
+    const Result again = stage().ctl("record --seconds 1 " + stem + ".mp4");
+    EXPECT_EQ(again.code, ctl::unusable);
+    EXPECT_THAT(again.output, HasSubstr("is there already"));
+    EXPECT_EQ(stage().ctl("record --keep-free 1e12 " + stage().file("none.mp4")).code, ctl::unusable);
+    EXPECT_FALSE(fs::exists(stage().file("none.mp4")));
+}
+
+TEST_F(CtlVideo, ARecordingPlaysToWhereItWasCutOff) {
+    // A disk that is full after 200 kB.
+    const std::string full = stage().file("full.mp4");
+    const Result result =
+        run("/bin/sh", "-c 'trap \"\" XFSZ; ulimit -f 400; exec \"" CTL_PATH "\" --board " +
+                           fs::path{full}.parent_path().string() + " record --seconds 60 " + full + " 2>&1'");
+    EXPECT_EQ(result.code, ctl::unusable) << result.output;
+    EXPECT_THAT(result.output, HasSubstr("can't write " + full));
+    EXPECT_THAT(result.output, HasSubstr(" " + std::to_string(pictures_in(full)) + " pictures"));
+    EXPECT_GT(pictures_in(full), 20);
+
+    const std::string killed = stage().file("killed.mp4");
+    const std::string board = fs::path{killed}.parent_path().string();
+    const pid_t recorder = fork();
+    if (recorder == 0) {
+        execl(CTL_PATH, CTL_PATH, "--board", board.c_str(), "record", killed.c_str(), nullptr);
+        _exit(127);
+    }
+    EXPECT_TRUE(eventually([&] { return fs::exists(killed) && fs::file_size(killed) > 300'000; }));
+    kill(recorder, SIGKILL);
+    waitpid(recorder, nullptr, 0);
+    const auto size = fs::file_size(killed);
+    const int pictures = pictures_in(killed);
+    EXPECT_GT(pictures, 50) << size;
+    // What is behind the last whole picture is less than a picture of the clip.
+    const std::string last =
+        run_shell("ffprobe -v quiet -show_entries packet=pos,size -of csv=p=0 " + killed + " | tail -n 1");
+    const auto comma = last.find(',');
+    ASSERT_NE(comma, std::string::npos) << last;
+    EXPECT_LT(size - std::stoul(last) - std::stoul(last.substr(comma + 1)), 60'000U) << last;
 }
 
 }  // namespace
