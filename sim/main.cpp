@@ -84,6 +84,11 @@ void add_run(CLI::App& app, sim::RunOptions& options, double& seconds) {
         ->allow_extra_args(false);
     run->add_option("--log", session.log,
                     "Write every link packet into this file: time, direction, bytes, meaning");
+    run->add_option(
+           "--video-times", session.times,
+           "Write the number of each picture of the clip, and the time of CLOCK_MONOTONIC at which it\n"
+           "went onto the cable, into this file")
+        ->excludes("--replay");
     run->add_option("--report", session.report,
                     "Write what was sent and received into this file, as NAME=VALUE");
     run->add_option(

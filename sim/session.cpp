@@ -39,6 +39,9 @@ std::string Session::prepare() {
     if (!options_.log.empty() && !log_.open(options_.log)) {
         return options_.log + " can't be written";
     }
+    if (!options_.times.empty() && !times_.open(options_.times)) {
+        return options_.times + " can't be written";
+    }
     return {};
 }
 
@@ -88,7 +91,8 @@ void Session::make_source() {
         return;
     }
     corrupted_packets_ += live_ ? live_->corrupted_packets() : 0;
-    const LiveSource::Options live{options_.frames_per_second, options_.flat_out, options_.faults.stream};
+    const LiveSource::Options live{options_.frames_per_second, options_.flat_out, options_.faults.stream,
+                                   &times_};
     live_ = std::make_unique<LiveSource>(clip_, camera_, live, stopwatch_->now());
 }
 

@@ -12,6 +12,7 @@
 
 #include "sim/fault_plan.h"
 #include "sim/remote/host.h"
+#include "sim/remote/picture_times.h"
 #include "sim/remote/player.h"
 
 namespace sim {
@@ -24,6 +25,7 @@ struct SessionOptions {
     std::optional<Time> length;  // of the stream; none: until told to stop
     FaultPlan faults;
     std::string log;     // path of the packet log, or empty
+    std::string times;   // path of the log of pictures, or empty
     std::string report;  // path of the report, or empty
 };
 
@@ -72,6 +74,7 @@ class Session {
     SessionOptions options_;
     Camera camera_;
     PacketLog log_;
+    PictureTimes times_;
     std::vector<AccessUnit> clip_;
     std::unique_ptr<LiveSource> live_;
     std::unique_ptr<ReplaySource> replay_;

@@ -88,7 +88,11 @@ void LiveSource::take_video(Time now) {
     if (late > longest_delay) {
         video_start_ += late;
     }
-    const std::vector<Bytes>& frames = pictures_[static_cast<std::size_t>(picture_ % pictures_.size())];
+    const std::uint64_t number = picture_ % pictures_.size();
+    if (part_ == 0 && options_.times != nullptr) {
+        options_.times->add(number);
+    }
+    const std::vector<Bytes>& frames = pictures_[static_cast<std::size_t>(number)];
     piece_.insert(piece_.end(), frames[part_].begin(), frames[part_].end());
     if (++part_ == frames.size()) {
         part_ = 0;

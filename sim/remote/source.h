@@ -11,6 +11,7 @@
 #include "formats/capture_file.h"
 #include "sim/aircraft/camera.h"
 #include "sim/remote/clip.h"
+#include "sim/remote/picture_times.h"
 
 namespace sim {
 
@@ -44,6 +45,7 @@ class LiveSource final : public Source {
         double frames_per_second = 30;
         bool flat_out = false;  // video without pause; the pushes keep their rates
         StreamFaults faults;
+        PictureTimes* times = nullptr;  // told of each picture that goes out; must outlive the source
     };
 
     // Begins at the given time. Without a clip, pushes alone. The camera must outlive the source.

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -50,6 +51,7 @@ class Simulator : public testing::Test {
 
 TEST_F(Simulator, RunsTheServiceAndReports) {
     run("--seconds 3 --fault unplug@2:0.1 --fault corrupt --fault garbage --report report --log log "
+        "--video-times times "
         "--board-dir board -- -s 5999");
     EXPECT_EQ(code, 0) << said;
     EXPECT_THAT(said,
@@ -60,6 +62,22 @@ TEST_F(Simulator, RunsTheServiceAndReports) {
         AllOf(HasSubstr("RESULT=well\n"), HasSubstr("SERVICE_STARTS=2\n"), Not(HasSubstr("VIDEO_FRAMES=0\n")),
               Not(HasSubstr("PUSHES_CORRUPTED=0\n")), HasSubstr("PACKETS_RECEIVED=0\n")));
     EXPECT_THAT(file("log"), HasSubstr("| camera status\n"));
+    // Pictures 0, 1, 2 …, and from 0 again where the service was started anew while there was time.
+    std::istringstream times{file("times")};
+    unsigned expected = 0;
+    unsigned pictures = 0;
+    double before = 0;
+    double at = 0;
+    for (unsigned number = 0; times >> number >> at; before = at) {
+        EXPECT_TRUE(number == expected || number == 0) << number << " after " << expected;
+        EXPECT_GT(at, before);
+        expected = number + 1;
+        ++pictures;
+    }
+    EXPECT_GE(pictures, 30u);
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    EXPECT_THAT(at, testing::AllOf(testing::Gt(0), testing::Le(static_cast<double>(now.tv_sec) + 1)));
     const std::string board = file("board/env");
     EXPECT_THAT(board,
                 AllOf(HasSubstr("STATUS_PORT=5999\n"), HasSubstr("RELAY_PORT="), HasSubstr("RUN_DIR=/")));
