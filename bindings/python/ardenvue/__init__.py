@@ -31,4 +31,36 @@ from ardenvue.link import (
 from ardenvue.sticks import Sticks
 from ardenvue.video import Frame, Start, Video, VideoTotals
 
-__all__ = [name for name in dir() if name[0].isupper()] + ["commands"]
+__all__ = [
+    "Antiflicker",
+    "ArdenvueError",
+    "CameraMode",
+    "Capture",
+    "Color",
+    "commands",
+    "Confirmation",
+    "ErrorCode",
+    "ExposureProgram",
+    "FocusType",
+    "FollowSpeed",
+    "Frame",
+    "GimbalFocus",
+    "GimbalMode",
+    "Link",
+    "LinkState",
+    "LinkTotals",
+    "Movement",
+    "PhotoFormat",
+    "PhotoRatio",
+    "Piece",
+    "PieceKind",
+    "Report",
+    "Start",
+    "Status",
+    "Sticks",
+    "Transmission",
+    "Video",
+    "VideoStandard",
+    "VideoTotals",
+    "WhiteBalance",
+]

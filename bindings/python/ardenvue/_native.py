@@ -23,7 +23,7 @@ from ctypes import (
     c_void_p,
 )
 from enum import IntEnum
-from typing import Any
+from typing import Any, Self
 
 # A build's own library instead of the installed one.
 library = ctypes.CDLL(os.environ.get("ARDENVUE_LIBRARY", "libardenvue.so.1"), use_errno=True)
@@ -51,6 +51,9 @@ class ArdenvueError(Exception):
     def __init__(self, code: int, reason: str = "") -> None:
         self.code = ErrorCode(code)
         super().__init__(reason or library.ardenvue_error_text(code).decode())
+
+
+# The structures of the headers, under the names that they have there behind "Ardenvue".
 
 
 class FrameRecord(Structure):
@@ -152,6 +155,7 @@ class LinkTotalsRecord(Structure):
 
 
 REASON_SIZE = 1024
+STATE_JSON_SIZE = 8192
 
 # What a function takes; those that send are told apart below. All give an int but those named.
 _handle = c_void_p
@@ -184,6 +188,7 @@ _arguments: dict[str, list[Any]] = {
     "link_status": [_handle, POINTER(StatusRecord)],
     "link_gimbal_focus": [_handle, POINTER(GimbalFocusRecord)],
     "link_histogram": [_handle, POINTER(HistogramRecord)],
+    "state_json": [_handle, c_char_p, c_size_t],
     "send": [_handle, c_char_p],
     "send_json": [_handle, c_char_p],
     "confirm": [_handle, c_int, c_int],
@@ -224,8 +229,9 @@ _senders: dict[str, list[Any]] = {
     "set_aperture": [c_double],
     "set_ev": [c_double],
     "set_focus_point": [c_double, c_double],
-} | {
-    f"set_{setting}": [c_int]
+}
+_senders.update(
+    (f"set_{setting}", [c_int])
     for setting in (
         "camera_mode",
         "photo_format",
@@ -244,11 +250,60 @@ _senders: dict[str, list[Any]] = {
         "follow_speed",
         "movement",
     )
-}
-for _name, _types in (_arguments | {name: [_handle, *types] for name, types in _senders.items()}).items():
+)
+for _name, _types in _senders.items():
+    _arguments[_name] = [_handle, *_types]
+for _name, _types in _arguments.items():
     _function = getattr(library, "ardenvue_" + _name)
     _function.argtypes = _types
     _function.restype = _results.get(_name, c_int)
+
+
+class Handle:
+    """What the library opened: closed at the end of a `with`, by `close`, or with the object.
+
+    Every use behind that is a ValueError, as a closed file's is.
+    """
+
+    _close: str
+
+    def __init__(self) -> None:
+        self._address: int | None = None
+
+    @property
+    def _handle(self) -> c_void_p:
+        if self._address is None:
+            raise ValueError(f"this {type(self).__name__} is closed")
+        return c_void_p(self._address)
+
+    def _open(self, function: str, *arguments: Any) -> int:
+        """Opens it; a negative code is why it can't be."""
+        handle = c_void_p()
+        code = int(getattr(library, "ardenvue_" + function)(handle, *arguments))
+        self._address = handle.value if code >= 0 else None
+        return code
+
+    def _open_with_reason(self, function: str, *arguments: Any) -> None:
+        reason = ctypes.create_string_buffer(REASON_SIZE)
+        code = self._open(function, *arguments, reason, len(reason))
+        if code < 0:
+            raise ArdenvueError(code, reason.value.decode(errors="replace"))
+
+    def close(self) -> None:
+        """May be called again."""
+        address, self._address = self._address, None
+        if address is not None:
+            getattr(library, "ardenvue_" + self._close)(c_void_p(address))
+
+    def __enter__(self) -> Self:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.close()
+
+    def __del__(self) -> None:
+        if getattr(self, "_address", None) is not None:
+            self.close()
 
 
 def milliseconds(timeout: float | None) -> int:
@@ -261,8 +316,6 @@ def text(value: str | os.PathLike[str] | None) -> bytes | None:
     return None if value is None else os.fsencode(value)
 
 
-def view(address: int | None, size: int) -> memoryview:
-    """The library's own bytes, without a copy, for reading."""
-    if not address or not size:
-        return memoryview(b"")
-    return memoryview((c_uint8 * size).from_address(address)).cast("B").toreadonly()
+def copied(address: int | None, size: int) -> memoryview:
+    """Bytes of the library's, which it will use again."""
+    return memoryview(ctypes.string_at(address, size) if address else b"")

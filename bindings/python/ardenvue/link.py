@@ -6,11 +6,10 @@ import ctypes
 import math
 from dataclasses import dataclass
 from enum import IntEnum
-from types import TracebackType
-from typing import TypeVar
+from typing import Any, Callable, TypeVar
 
 from ardenvue import _native
-from ardenvue._native import ArdenvueError, ErrorCode, library
+from ardenvue._native import ArdenvueError, ErrorCode, Handle, library
 
 
 class Report(IntEnum):
@@ -32,6 +31,8 @@ class LinkState(IntEnum):
 
 
 class Confirmation(IntEnum):
+    """What the state tells of a command."""
+
     CAME = 1
     """The state shows it now, and did not before."""
     WAS_THERE = 2
@@ -130,7 +131,10 @@ class Movement(IntEnum):
 
 @dataclass(frozen=True)
 class Status:
-    """The status line as values. None is what is not known, or a word that the library does not know."""
+    """The status line as values.
+
+    None is what is not known, or a word that the library does not know.
+    """
 
     time_ns: int
     """Of arrival, `time.monotonic_ns()`."""
@@ -172,6 +176,8 @@ class Status:
 
 @dataclass(frozen=True)
 class GimbalFocus:
+    """Where the gimbal looks and the camera focuses, five times a second."""
+
     time_ns: int
     heading: int
     """Degrees; -180 looks back at the person flying."""
@@ -189,11 +195,15 @@ class GimbalFocus:
 
 @dataclass(frozen=True)
 class LinkTotals:
+    """Since the link was opened."""
+
     status_lines: int
     gimbal_focus_records: int
     histogram_records: int
     ignored: int
+    """Malformed, or from somebody else than the service."""
     restarts: int
+    """Of the service: the movement mode is relative and the orientation lock off again."""
 
 
 _words: dict[str, type[IntEnum]] = {
@@ -207,7 +217,15 @@ _words: dict[str, type[IntEnum]] = {
     "antiflicker": Antiflicker,
 }
 # Passed on as the camera has them, 0 and below included.
-_as_they_are = {"time_ns", "shots_left", "voltage", "battery_percent", "iso", "iso_set", "white_balance_kelvin"}
+_as_they_are = {
+    "time_ns",
+    "shots_left",
+    "voltage",
+    "battery_percent",
+    "iso",
+    "iso_set",
+    "white_balance_kelvin",
+}
 _Word = TypeVar("_Word", bound=IntEnum)
 
 
@@ -215,11 +233,11 @@ def _word(kind: type[_Word], number: int) -> _Word | None:
     return kind(number) if number in kind._value2member_map_ else None
 
 
-def _status_value(name: str, value: object) -> object:
+def _status_value(name: str, value: Any) -> Any:
     if isinstance(value, bytes):
         return value.decode("ascii", "replace")
     if name in _words:
-        return _word(_words[name], int(value))  # type: ignore[call-overload]
+        return _word(_words[name], value)
     if isinstance(value, float):
         return None if math.isnan(value) else value
     if isinstance(value, bool) or name in _as_they_are:
@@ -227,29 +245,34 @@ def _status_value(name: str, value: object) -> object:
     return None if value == -1 else value
 
 
-class Link:
-    """An application's end of the UDP link: the newest of each report, and commands. One thread at a time.
+class Link(Handle):
+    """An application's end of the UDP link: the newest of each report, and commands.
+
+    One thread at a time.
 
     with Link() as link:
         link.wait(Report.STATUS_LINE)
         print(link.status.camera_model, link.confirm(link.set_iso(400)))
     """
 
+    _close = "link_close"
+
     def __init__(
-        self, port: int = 5000, address: str | None = None, *, present: bool = False, ring: str | None = None
+        self,
+        port: int = 5000,
+        address: str | None = None,
+        *,
+        present: bool = False,
+        ring: str | None = None,
     ) -> None:
         """Binds the status port, which one application at a time can hold.
 
-        `present`: the service counts this application as present while `wait` is called. `ring`: the frame ring
-        that tells a remote controller which fell silent, when it is not the service's own.
+        `present`: the service counts this application as present while `wait` is called.
+        `ring`: the frame ring that tells a remote controller which fell silent, when it is not the
+        service's own.
         """
-        self._handle = ctypes.c_void_p()
-        reason = ctypes.create_string_buffer(_native.REASON_SIZE)
-        code = library.ardenvue_link_open(
-            self._handle, _native.text(address), port, reason, len(reason)
-        )
-        if code < 0:
-            raise ArdenvueError(code, reason.value.decode())
+        super().__init__()
+        self._open_with_reason("link_open", _native.text(address), port)
         library.ardenvue_link_keep_present(self._handle, present)
         self._check(library.ardenvue_link_watch_frames(self._handle, _native.text(ring)))
 
@@ -261,7 +284,10 @@ class Link:
     # ---- State ----
 
     def wait(self, report: Report = Report.ANY, timeout: float | None = None) -> Report | None:
-        """Takes in reports until one of that kind has come; None when none came within so many seconds."""
+        """Takes in reports until one of that kind has come.
+
+        None when none came within so many seconds.
+        """
         while True:
             code = library.ardenvue_link_wait(self._handle, report, _native.milliseconds(timeout))
             if code == ErrorCode.TIMEOUT:
@@ -280,12 +306,18 @@ class Link:
     @property
     def service(self) -> str:
         """Where commands go, "127.0.0.1:40000"; empty while it is not known."""
-        return library.ardenvue_link_service(self._handle).decode()
+        return str(library.ardenvue_link_service(self._handle).decode())
 
     def age(self, report: Report = Report.ANY) -> float | None:
         """Seconds since the newest report of the kind; None: none yet."""
         nanoseconds = library.ardenvue_link_report_age(self._handle, report)
         return None if nanoseconds < 0 else nanoseconds / 1e9
+
+    def as_json(self) -> str:
+        """All that is known, as one line of JSON: the format of `ardenvue-ctl status --json`."""
+        buffer = ctypes.create_string_buffer(_native.STATE_JSON_SIZE)
+        library.ardenvue_state_json(self._handle, buffer, len(buffer))
+        return buffer.value.decode()
 
     @property
     def texts(self) -> dict[str, str]:
@@ -303,7 +335,10 @@ class Link:
         if library.ardenvue_link_status(self._handle, record) == ErrorCode.NONE_YET:
             return None
         names = [field[0] for field in _native.StatusRecord._fields_]
-        return Status(**{name: _status_value(name, getattr(record, name)) for name in names})  # type: ignore[arg-type]
+        values: dict[str, Any] = {
+            name: _status_value(name, getattr(record, name)) for name in names
+        }
+        return Status(**values)
 
     @property
     def gimbal_focus(self) -> GimbalFocus | None:
@@ -459,25 +494,16 @@ class Link:
     def set_movement(self, movement: Movement) -> int:
         return self._send("set_movement", movement)
 
-    def close(self) -> None:
-        library.ardenvue_link_close(self._handle)
-        self._handle = ctypes.c_void_p()
-
-    def __enter__(self) -> Link:
-        return self
-
-    def __exit__(
-        self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
-    ) -> None:
-        self.close()
-
 
 def commands() -> dict[str, list[str]]:
-    """The names of all commands, each with the choices of its argument (none for a number or nothing)."""
+    """The names of all commands, each with the choices of its argument.
 
-    def listed(ask: object, *before: object) -> list[str]:
+    There are none for a number, or where nothing follows.
+    """
+
+    def listed(ask: Callable[..., bytes | None], *before: bytes) -> list[str]:
         texts: list[str] = []
-        while (text := ask(*before, len(texts))) is not None:  # type: ignore[operator]
+        while (text := ask(*before, len(texts))) is not None:
             texts.append(text.decode())
         return texts
 

@@ -2,14 +2,12 @@
 
 from __future__ import annotations
 
-import ctypes
 from dataclasses import dataclass
 from enum import IntEnum
-from types import TracebackType
 from typing import Iterator
 
 from ardenvue import _native
-from ardenvue._native import ArdenvueError, ErrorCode, library
+from ardenvue._native import ArdenvueError, ErrorCode, Handle, library
 
 
 class Start(IntEnum):
@@ -27,7 +25,7 @@ class Frame:
     """A piece of the H.264 byte stream, as a rule one picture."""
 
     data: memoryview
-    """Without a copy: valid until the next frame is asked for. `bytes(frame.data)` keeps it."""
+    """A copy of its own: it stays as it is."""
     number: int
     """The service's, modulo 65,536."""
     is_key: bool
@@ -44,33 +42,40 @@ class Frame:
 
 @dataclass(frozen=True)
 class VideoTotals:
+    """Since the ring was opened."""
+
     frames: int
     bytes: int
     missed: int
+    """Overwritten or cleared before they could be read."""
     skipped: int
+    """Passed over on the way to a sequence parameter set."""
     restarts: int
 
 
-class Video:
+class Video(Handle):
     """The frames as they come, without end: `for frame in Video(): …`. One thread at a time."""
 
-    def __init__(self, ring: str | None = None, start: Start = Start.KEY, *, at_once: bool = False) -> None:
+    _close = "video_close"
+
+    def __init__(
+        self, ring: str | None = None, start: Start = Start.KEY, *, at_once: bool = False
+    ) -> None:
         """`at_once`: behind a gap the next frame follows, not the next sequence parameter set."""
-        self._handle = ctypes.c_void_p()
-        reason = ctypes.create_string_buffer(_native.REASON_SIZE)
-        code = library.ardenvue_video_open(self._handle, _native.text(ring), start, reason, len(reason))
-        if code < 0:
-            raise ArdenvueError(code, reason.value.decode())
+        super().__init__()
+        self._open_with_reason("video_open", _native.text(ring), start)
         library.ardenvue_video_go_on_at_once(self._handle, at_once)
 
     def next(self, timeout: float | None = None) -> Frame | None:
         """The next frame; None when none came within so many seconds."""
         record = _native.FrameRecord()
         while True:
-            code = library.ardenvue_video_next(self._handle, record, _native.milliseconds(timeout))
+            code = library.ardenvue_video_next(
+                self._handle, record, _native.milliseconds(timeout)
+            )
             if code == 0:
                 return Frame(
-                    _native.view(record.data, record.size),
+                    _native.copied(record.data, record.size),
                     record.number,
                     record.is_key,
                     record.follows_restart,
@@ -87,20 +92,8 @@ class Video:
     def totals(self) -> VideoTotals:
         record = _native.VideoTotalsRecord()
         library.ardenvue_video_totals(self._handle, record)
-        return VideoTotals(record.frames, record.bytes, record.missed, record.skipped, record.restarts)
-
-    def close(self) -> None:
-        library.ardenvue_video_close(self._handle)
-        self._handle = ctypes.c_void_p()
+        return VideoTotals(*(getattr(record, field[0]) for field in record._fields_))
 
     def __iter__(self) -> Iterator[Frame]:
         while (frame := self.next()) is not None:
             yield frame
-
-    def __enter__(self) -> Video:
-        return self
-
-    def __exit__(
-        self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
-    ) -> None:
-        self.close()
