@@ -13,7 +13,7 @@ def rgb_of(luma: bytes) -> bytes:
 
 
 class NumberedPictures(unittest.TestCase):
-    """Whatever a decoder or a colour conversion makes of a picture, its number stays or is refused."""
+    """Whatever decoder and colour conversion do to a picture, its number stays or is refused."""
 
     def test_reads_what_was_painted(self) -> None:
         for width, height in ((320, 240), (333, 187), (1280, 720)):
