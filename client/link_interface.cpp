@@ -147,10 +147,6 @@ int ardenvue_link_pair(const ArdenvueLink* link, std::size_t index, const char**
     return 0;
 }
 
-bool ardenvue_key_is_number(const char* key) {
-    return client::is_number_key(key);
-}
-
 int ardenvue_link_status(const ArdenvueLink* link, struct ArdenvueStatus* status) {
     const client::CameraState& state = link->state;
     *status = client::status_values(state.line, state.line_time);

@@ -13,47 +13,40 @@ namespace {
 constexpr Nanoseconds histogram_patience = 1'500'000'000;
 
 // What every line holds.
-struct StatusKey {
-    std::string_view name;
-    bool is_number = false;
-};
-
-constexpr StatusKey keys[] = {
-    {"camera_detected", true},
-    {"camera_model"},
-    {"camera_mode"},
-    {"sd"},
-    {"shots_left", true},
-    {"rec_time_left"},
-    {"rec_time"},
-    {"voltage", true},
-    {"battery_level", true},
-    {"battery_temp", true},
-    {"shot_mode"},
-    {"resolution"},
-    {"framerate"},
-    {"format"},
-    {"ae", true},
-    {"aperture"},
-    {"shutter"},
-    {"shutter_set"},
-    {"iso", true},
-    {"iso_set"},
-    {"ev"},
-    {"image_mode"},
-    {"color_mode"},
-    {"wb"},
-    {"wb_temp", true},
-    {"ratio"},
-    {"sensor", true},
-    {"video_std"},
-    {"antiflicker"},
-    {"histogram", true},
-    {"pl_state"},
-    {"pl_id", true},
-    {"pl_dur"},
-    {"pl_time"},
-};
+constexpr std::string_view keys[] = {"camera_detected",
+                                     "camera_model",
+                                     "camera_mode",
+                                     "sd",
+                                     "shots_left",
+                                     "rec_time_left",
+                                     "rec_time",
+                                     "voltage",
+                                     "battery_level",
+                                     "battery_temp",
+                                     "shot_mode",
+                                     "resolution",
+                                     "framerate",
+                                     "format",
+                                     "ae",
+                                     "aperture",
+                                     "shutter",
+                                     "shutter_set",
+                                     "iso",
+                                     "iso_set",
+                                     "ev",
+                                     "image_mode",
+                                     "color_mode",
+                                     "wb",
+                                     "wb_temp",
+                                     "ratio",
+                                     "sensor",
+                                     "video_std",
+                                     "antiflicker",
+                                     "histogram",
+                                     "pl_state",
+                                     "pl_id",
+                                     "pl_dur",
+                                     "pl_time"};
 
 struct FocusCode {
     std::uint8_t code;
@@ -113,9 +106,9 @@ bool StatusLine::parse(std::span<const std::uint8_t> datagram) {
     }
     std::copy(text.begin(), text.end(), text_.begin());
     length_ = text.size();
-    const auto is_there = [this](const StatusKey& wanted) {
+    const auto is_there = [this](std::string_view wanted) {
         for (std::size_t i = 0; i < count_; ++i) {
-            if (key(i) == wanted.name) {
+            if (key(i) == wanted) {
                 return true;
             }
         }
@@ -155,13 +148,7 @@ const char* StatusLine::value(std::string_view key_wanted) const {
 }
 
 bool is_status_key(std::string_view key) {
-    return std::any_of(std::begin(keys), std::end(keys),
-                       [&](const StatusKey& known) { return known.name == key; });
-}
-
-bool is_number_key(std::string_view key) {
-    return std::any_of(std::begin(keys), std::end(keys),
-                       [&](const StatusKey& known) { return known.is_number && known.name == key; });
+    return std::find(std::begin(keys), std::end(keys), key) != std::end(keys);
 }
 
 void Report::parse(std::span<const std::uint8_t> datagram) {

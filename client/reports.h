@@ -40,9 +40,8 @@ class StatusLine {
     std::size_t count_ = 0;
 };
 
-// Whether every line has this key, and whether its text is always a number.
+// Whether every line has this key.
 bool is_status_key(std::string_view key);
-bool is_number_key(std::string_view key);
 
 // One datagram, taken apart.
 struct Report {

@@ -129,9 +129,6 @@ ARDENVUE_API const char* ardenvue_link_text(const ArdenvueLink* link, const char
 ARDENVUE_API int ardenvue_link_pair(const ArdenvueLink* link, size_t index, const char** key,
                                     const char** value);
 
-// Whether the text of this key is always a number.
-ARDENVUE_API bool ardenvue_key_is_number(const char* key);
-
 // ---- The status line, as values ----
 
 // 0 of each is "not known, or a word that this version does not know". The words of commands and of the state
