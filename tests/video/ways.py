@@ -22,6 +22,7 @@ class Stage:
     streams: dict[str, Path]  # the same pictures for the whole run, by format
     size: str
     rate: float
+    rtp_port: int  # and the even ones behind it; ground stations listen on 5600
 
     def log(self, way: str) -> Path:
         """Where a way's pictures are noted."""
@@ -45,6 +46,7 @@ class Way:
     decoder: str | None = None  # the row of the same decoder alone; None: it is such a row
     paced: bool = False  # shown at the stream's own times, so the delay is the player's choice
     environment: Callable[[Stage], dict[str, str]] = lambda stage: {}
+    sender: Callable[[Stage], list[Command]] | None = None  # runs beside it, started first
 
 
 def watch(stage: Stage, name: str) -> Command:
@@ -52,16 +54,18 @@ def watch(stage: Stage, name: str) -> Command:
     return [PYTHON, str(HERE / "watch.py"), stage.size, str(stage.log(name))]
 
 
-def ffmpeg(*before_input: str) -> Command:
+def ffmpeg(*before_input: str, source: str = "-") -> Command:
     """Decodes its input into luma. low_delay: no threads that hold pictures back."""
     return ["ffmpeg", "-nostdin", "-loglevel", "fatal", "-flags", "low_delay", *before_input,
-            "-i", "-", "-fps_mode", "passthrough", "-f", "rawvideo", "-pix_fmt", "gray",
+            "-i", source, "-fps_mode", "passthrough", "-f", "rawvideo", "-pix_fmt", "gray",
             "-flush_packets", "1", "-"]
 
 
 # A byte stream has no times, and nothing that would be worth the wait of the usual probing.
 BYTE_STREAM = ("-fflags", "nobuffer", "-probesize", "32", "-f", "h264")
 TRANSPORT = ("-fflags", "nobuffer", "-probesize", "32", "-f", "mpegts")
+# Nothing comes out of order on one machine.
+NETWORK = ("-analyzeduration", "1", "-reorder_queue_size", "0")
 
 
 def gstreamer(*elements: str) -> Command:
@@ -75,6 +79,29 @@ def client(stage: Stage, video_format: str) -> Command:
     """The command-line client."""
     return [str(stage.build / "ardenvue-ctl"), "--board", str(stage.board), "video", "--format",
             video_format]
+
+
+def rtp_sender(stage: Stage, port: int) -> list[Command]:
+    """Puts the video on the network as ground stations take it: H.264 over RTP (RFC 6184)."""
+    pipeline = ("fdsrc fd=0 ! qtdemux ! h264parse config-interval=-1 "
+                "! rtph264pay config-interval=-1 aggregate-mode=zero-latency pt=96 "
+                f"! udpsink host=127.0.0.1 port={port} sync=false")
+    return [client(stage, "mp4"), ["gst-launch-1.0", "-q", *pipeline.split()]]
+
+
+def rtp_source(port: int) -> str:
+    """GStreamer's element that receives it."""
+    return (f"udpsrc port={port} caps=application/x-rtp,media=video,clock-rate=90000,"
+            "encoding-name=H264,payload=96")
+
+
+def rtp_description(stage: Stage, port: int) -> str:
+    """A file that tells ffmpeg what comes (RFC 8866)."""
+    path = stage.run / f"{port}.sdp"
+    path.write_text("v=0\no=- 0 0 IN IP4 127.0.0.1\ns=video\nc=IN IP4 127.0.0.1\nt=0 0\n"
+                    f"m=video {port} RTP/AVP 96\na=rtpmap:96 H264/90000\n"
+                    "a=fmtp:96 packetization-mode=1\n")
+    return str(path)
 
 
 def feed(stage: Stage, name: str, clip: Path) -> Command:
@@ -99,7 +126,8 @@ WAYS = [
         lambda s, n: [[PYTHON, str(HERE / "watch_library.py"), str(s.log(n)), str(s.clip),
                        str(s.rate), str(s.fed(n))]], environment=library_environment),
     Way("bare-gstreamer", "(decoder alone: GStreamer)",
-        lambda s, n: [feed(s, n, s.clip), gstreamer("fdsrc fd=0", "h264parse"), watch(s, n)]),
+        lambda s, n: [feed(s, n, s.streams["mp4"]),
+                      gstreamer("fdsrc fd=0", "qtdemux", "h264parse"), watch(s, n)]),
     Way("pipe", "ardenvue-ctl video | ffmpeg",
         lambda s, n: [client(s, "h264"), ffmpeg(*BYTE_STREAM), watch(s, n)], "bare-h264"),
     Way("c", "C library (video_dump) | ffmpeg",
@@ -114,6 +142,17 @@ WAYS = [
     Way("ts-paced", "video --format ts | ffmpeg, at its times",
         lambda s, n: [client(s, "ts"), ffmpeg("-re", *TRANSPORT), watch(s, n)], "bare-ts",
         paced=True),
+    Way("gstreamer", "video --format mp4 | GStreamer",
+        lambda s, n: [client(s, "mp4"), gstreamer("fdsrc fd=0", "qtdemux", "h264parse"),
+                      watch(s, n)], "bare-gstreamer"),
+    Way("rtp-ffmpeg", "RTP, ffmpeg",
+        lambda s, n: [ffmpeg("-protocol_whitelist", "file,udp,rtp", *NETWORK,
+                             source=rtp_description(s, s.rtp_port)), watch(s, n)], "bare-h264",
+        sender=lambda s: rtp_sender(s, s.rtp_port)),
+    Way("rtp-gstreamer", "RTP, GStreamer",
+        lambda s, n: [gstreamer(rtp_source(s.rtp_port + 2), "rtph264depay", "h264parse"),
+                      watch(s, n)], "bare-gstreamer",
+        sender=lambda s: rtp_sender(s, s.rtp_port + 2)),
     Way("python", "Python library, PyAV",
         lambda s, n: [[PYTHON, str(HERE / "watch_library.py"), str(s.log(n)), s.ring]], "bare-pyav",
         environment=library_environment),
