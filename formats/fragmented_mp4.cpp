@@ -5,8 +5,6 @@
 #include <cstdio>
 #include <string_view>
 
-#include "include/h264parse.h"
-
 namespace formats {
 namespace {
 
@@ -77,15 +75,15 @@ void put_movie_header(Buffer& out) {
     put(out, track + 1, 4);
 }
 
-void put_track_header(Buffer& out, std::int32_t width, std::int32_t height) {
+void put_track_header(Buffer& out, PictureSize size) {
     constexpr std::uint32_t enabled_in_movie = 3;
     const Box tkhd{out, "tkhd", 0, enabled_in_movie};
     put_zeros(out, 8);
     put(out, track, 4);
     put_zeros(out, 4 + 4 + 8 + 8);  // duration, layer, group, volume
     put_unity_matrix(out);
-    put(out, static_cast<std::uint32_t>(width) << 16, 4);
-    put(out, static_cast<std::uint32_t>(height) << 16, 4);
+    put(out, static_cast<std::uint32_t>(size.width) << 16, 4);
+    put(out, static_cast<std::uint32_t>(size.height) << 16, 4);
 }
 
 // 14496-15, 5.3.3.1: the decoder's configuration, with lengths of four bytes before NAL units.
@@ -109,8 +107,7 @@ void put_configuration(Buffer& out, const Buffer& sps, const Buffer& pps) {
     }
 }
 
-void put_sample_table(Buffer& out, const Buffer& sps, const Buffer& pps, std::int32_t width,
-                      std::int32_t height) {
+void put_sample_table(Buffer& out, const Buffer& sps, const Buffer& pps, PictureSize size) {
     const Box stbl{out, "stbl"};
     {
         const Box stsd{out, "stsd", 0, 0};
@@ -119,8 +116,8 @@ void put_sample_table(Buffer& out, const Buffer& sps, const Buffer& pps, std::in
         put_zeros(out, 6);
         put(out, 1, 2);
         put_zeros(out, 16);
-        put(out, static_cast<std::uint32_t>(width), 2);
-        put(out, static_cast<std::uint32_t>(height), 2);
+        put(out, static_cast<std::uint32_t>(size.width), 2);
+        put(out, static_cast<std::uint32_t>(size.height), 2);
         put(out, 0x00480000, 4);  // 72 dots an inch
         put(out, 0x00480000, 4);
         put_zeros(out, 4);
@@ -139,7 +136,7 @@ void put_sample_table(Buffer& out, const Buffer& sps, const Buffer& pps, std::in
     put_zeros(out, 8);
 }
 
-void put_media(Buffer& out, const Buffer& sps, const Buffer& pps, std::int32_t width, std::int32_t height) {
+void put_media(Buffer& out, const Buffer& sps, const Buffer& pps, PictureSize size) {
     const Box mdia{out, "mdia"};
     {
         const Box mdhd{out, "mdhd", 0, 0};
@@ -166,19 +163,7 @@ void put_media(Buffer& out, const Buffer& sps, const Buffer& pps, std::int32_t w
         put(out, 1, 4);
         const Box in_this_file{out, "url ", 0, 1};
     }
-    put_sample_table(out, sps, pps, width, height);
-}
-
-// Without emulation prevention bytes (H.264, 7.4.1.1), from behind the NAL unit's header on.
-Buffer payload_of(NalUnit unit) {
-    Buffer payload;
-    for (std::size_t i = 1; i < unit.size(); ++i) {
-        const bool prevention = unit[i] == 3 && i > 2 && unit[i - 1] == 0 && unit[i - 2] == 0;
-        if (!prevention) {
-            payload.push_back(unit[i]);
-        }
-    }
-    return payload;
+    put_sample_table(out, sps, pps, size);
 }
 
 NalUnit find(const AccessUnit& unit, NalType type) {
@@ -191,23 +176,18 @@ NalUnit find(const AccessUnit& unit, NalType type) {
 
 bool FragmentedMp4::start(const AccessUnit& key) {
     constexpr std::size_t longest = 0xFFFF;
-    constexpr std::int32_t largest = 16'384;  // pixels; level 6.2 stays below
     const NalUnit sps = find(key, NalType::sequence_parameters);
     const NalUnit pps = find(key, NalType::picture_parameters);
     if (sps.size() < 4 || pps.empty() || sps.size() > longest || pps.size() > longest) {
         return false;
     }
-    const Buffer payload = payload_of(sps);
-    std::int32_t width = 0;
-    std::int32_t height = 0;
-    if (!H264Parse{}.ParseSps(payload.data(), static_cast<std::int32_t>(payload.size()), width, height) ||
-        width <= 0 || height <= 0 || width > largest || height > largest) {
+    const std::optional<PictureSize> size = picture_size(sps);
+    if (!size) {
         return false;
     }
     sps_.assign(sps.begin(), sps.end());
     pps_.assign(pps.begin(), pps.end());
-    width_ = width;
-    height_ = height;
+    size_ = *size;
     return true;
 }
 
@@ -234,8 +214,8 @@ FragmentedMp4::Bytes FragmentedMp4::header() {
     put_movie_header(bytes_);
     {
         const Box trak{bytes_, "trak"};
-        put_track_header(bytes_, width_, height_);
-        put_media(bytes_, sps_, pps_, width_, height_);
+        put_track_header(bytes_, size_);
+        put_media(bytes_, sps_, pps_, size_);
     }
     const Box mvex{bytes_, "mvex"};
     const Box trex{bytes_, "trex", 0, 0};

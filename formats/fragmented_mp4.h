@@ -11,6 +11,7 @@
 
 #include "formats/access_units.h"
 #include "formats/media_time.h"
+#include "formats/picture_size.h"
 
 namespace formats {
 
@@ -36,14 +37,12 @@ class FragmentedMp4 {
 
     // "avc1.64001F" (RFC 6381).
     std::string codec() const;
-    std::int32_t width() const { return width_; }
-    std::int32_t height() const { return height_; }
+    PictureSize size() const { return size_; }
 
   private:
     std::vector<std::uint8_t> sps_;
     std::vector<std::uint8_t> pps_;
-    std::int32_t width_ = 0;
-    std::int32_t height_ = 0;
+    PictureSize size_{};
     std::uint32_t sequence_number_ = 0;
     MediaTime time_;
     std::uint32_t duration_ = MediaTime::timescale / 30;

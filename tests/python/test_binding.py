@@ -12,7 +12,6 @@ import io
 import json
 import os
 import signal
-import socket
 import subprocess
 import sys
 import tempfile
@@ -24,51 +23,11 @@ import ardenvue
 from ardenvue import Capture, Confirmation, Link, LinkState, Report, Sticks, Video, _native
 
 ROOT = Path(__file__).resolve().parents[2]
-BUILD = Path(os.environ["BUILD"])
 EXAMPLES = Path(os.environ.get("EXAMPLES", ROOT / "docs/examples/python"))
-PATIENCE = 30.0
 
 sys.path.insert(0, str(ROOT / "tests/video"))
 import numbered  # noqa: E402
-
-
-def free_port() -> int:
-    """A UDP port that nobody holds, below those that the kernel gives away."""
-    for port in range(11_000 + os.getpid() % 9_000, 32_000):
-        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
-            try:
-                probe.bind(("127.0.0.1", port))
-                return port
-            except OSError:
-                continue
-    raise RuntimeError("no free port")
-
-
-class Board:
-    """The service on a simulated board, streaming a numbered clip to a camera that answers."""
-
-    def __init__(self) -> None:
-        self.folder = tempfile.TemporaryDirectory(prefix="ardenvue-python-")
-        clip = Path(self.folder.name) / "clip.h264"
-        subprocess.run([ROOT / "scripts/make-numbered-clip", "--pictures", "300", clip], check=True)
-        command = [BUILD / "ardenvue-sim", "run", "--clip", clip, "--board-dir", self.folder.name]
-        self.simulator = subprocess.Popen(
-            [*command, "--", "-s", str(free_port())], stderr=subprocess.DEVNULL
-        )
-        env = Path(self.folder.name) / "env"
-        end = time.monotonic() + PATIENCE
-        while not (env.exists() and "SERVICE_PID" in env.read_text()) and time.monotonic() < end:
-            time.sleep(0.05)
-        self.names = dict(line.split("=", 1) for line in env.read_text().splitlines())
-        self.port = int(self.names["STATUS_PORT"])
-        self.ring = self.names["FRAME_RING"]
-
-    def close(self) -> int:
-        """The simulator's own judgement of the run."""
-        self.simulator.send_signal(signal.SIGINT)
-        code = self.simulator.wait(PATIENCE)
-        self.folder.cleanup()
-        return code
+from simulated_board import PATIENCE, Board, free_port  # noqa: E402
 
 
 class Structures(unittest.TestCase):

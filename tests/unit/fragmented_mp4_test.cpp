@@ -152,13 +152,12 @@ TEST(FragmentedMp4, IsAHeaderAndAFragmentAPictureWithTimesThatGrow) {
     EXPECT_TRUE(std::is_sorted(times.begin(), times.end(), std::less_equal<>{}));
     EXPECT_NEAR(times.back(), 106'200, 9'000);
     EXPECT_EQ(mp4.codec(), "avc1.4D401F");
-    EXPECT_EQ(mp4.width(), 1280);
-    EXPECT_EQ(mp4.height(), 720);
+    EXPECT_EQ(mp4.size(), (formats::PictureSize{1280, 720}));
 
     const Bytes no_pps{0x67, 0x42, 0, 0x1F};
     const formats::NalUnit alone{no_pps};
     EXPECT_FALSE(mp4.start({{&alone, 1}, true, 0}));
-    EXPECT_EQ(mp4.width(), 1280) << "what can't be used changes nothing";
+    EXPECT_EQ(mp4.size().width, 1280) << "what can't be used changes nothing";
     EXPECT_TRUE(mp4.has_changed({{&alone, 1}, true, 0}));
 }
 
