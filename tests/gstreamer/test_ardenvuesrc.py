@@ -23,7 +23,7 @@ ROOT = Path(__file__).resolve().parents[2]
 EXAMPLES = Path(os.environ.get("EXAMPLES", ROOT / "docs/examples/gstreamer"))
 sys.path[:0] = [str(ROOT / "tests/video"), str(ROOT / "tests/python")]
 import numbered  # noqa: E402
-from simulated_board import PATIENCE, Board  # noqa: E402
+from simulated_board import PATIENCE, Board, free_port  # noqa: E402
 
 gi.require_version("Gst", "1.0")
 from gi.repository import Gst  # noqa: E402
@@ -60,7 +60,9 @@ class Pipeline:
         """That many samples of the appsink "sink"."""
         sink = self.pipeline.get_by_name("sink")
         samples = [sink.emit("try-pull-sample", int(PATIENCE * Gst.SECOND)) for _ in range(count)]
-        assert None not in samples, "samples stopped coming"
+        if None in samples:
+            problem = self.bus.pop_filtered(Gst.MessageType.ERROR)
+            raise AssertionError(problem.parse_error() if problem else "samples stopped coming")
         return samples
 
 
@@ -161,21 +163,24 @@ class Source(unittest.TestCase):
 
     def test_rtp_is_taken_by_gstreamer_and_by_ffmpeg(self) -> None:
         pay = "h264parse config-interval=-1 ! rtph264pay ! udpsink host=127.0.0.1"
+        # 5600 is what ground stations take; others may be tested on this machine, too.
+        port = free_port()
         caps = "application/x-rtp,media=video,clock-rate=90000,encoding-name=H264"
-        receive = f"udpsrc address=127.0.0.1 port=5600 caps={caps} ! rtpjitterbuffer ! rtph264depay"
+        receive = f"udpsrc address=127.0.0.1 port={port} caps={caps}"
+        receive += " ! rtpjitterbuffer ! rtph264depay"
         decode = "h264parse ! avdec_h264 ! appsink name=sink sync=false"
         with Pipeline(f"{receive} ! {decode}") as receiver:
-            with Pipeline(f"{self.source} ! {pay} port=5600"):
+            with Pipeline(f"{self.source} ! {pay} port={port}"):
                 samples = receiver.samples(60)
         self.judge([numbered.read(pixels(each).tobytes(), WIDTH, HEIGHT) for each in samples], 60)
 
         with tempfile.TemporaryDirectory() as folder:
             sdp = Path(folder) / "live.sdp"
-            sdp.write_text("v=0\nc=IN IP4 127.0.0.1\nm=video 5602 RTP/AVP 96\n"
+            sdp.write_text(f"v=0\nc=IN IP4 127.0.0.1\nm=video {port} RTP/AVP 96\n"
                            "a=rtpmap:96 H264/90000\n")
             command = ["ffmpeg", "-nostdin", "-v", "fatal", "-protocol_whitelist", "file,udp,rtp"]
             command += ["-i", str(sdp), "-frames:v", "60", *DECODE]
-            with Pipeline(f"{self.source} ! {pay} port=5602"):
+            with Pipeline(f"{self.source} ! {pay} port={port}"):
                 done = subprocess.run(command, stdout=subprocess.PIPE, timeout=PATIENCE, check=True)
         self.judge_bytes(done.stdout, 60)
 
