@@ -101,15 +101,18 @@ inline blackbox::ServiceSetup with_status_port(std::uint16_t port) {
 // The service, streaming the clip and the pushes of a camera that answers, and a place for files.
 class Stage {
   public:
-    Stage() {
+    explicit Stage(const std::string& clip = SIM_CLIPS "/1280x720.h264", double frames_per_second = 30)
+        : clip_{sim::load_clip(clip)} {
         char name[] = "/tmp/ardenvue-ctl-test.XXXXXX";
         directory_ = mkdtemp(name);
         EXPECT_FALSE(clip_.empty());
         service_.enumerate();
         player_ = std::make_unique<sim::Player>(service_.cable(), camera_, log_, stopwatch_,
                                                 [](const std::string&) {});
-        playing_ = std::thread{[this] {
-            sim::LiveSource source{clip_, camera_, {}, stopwatch_.now()};
+        playing_ = std::thread{[this, frames_per_second] {
+            sim::LiveSource::Options options;
+            options.frames_per_second = frames_per_second;
+            sim::LiveSource source{clip_, camera_, options, stopwatch_.now()};
             player_->play(source, sim::Time::max(), stop_);
         }};
         std::ofstream{directory_ / "env"}
@@ -176,7 +179,7 @@ class Stage {
 
   private:
     fs::path directory_;
-    const std::vector<sim::AccessUnit> clip_ = sim::load_clip(SIM_CLIPS "/1280x720.h264");
+    const std::vector<sim::AccessUnit> clip_;
     const std::uint16_t port_ = free_status_port();
     Service service_{with_status_port(port_)};
     sim::Camera camera_;

@@ -1,4 +1,6 @@
 // Live video as files and pipes, judged by an ordinary player's own tools.
+#include <cstring>
+
 #include "tests/blackbox/ctl_stage.h"
 
 namespace ctl_stage {
@@ -25,6 +27,43 @@ TEST_F(CtlVideo, HasEveryPictureAndTrueTimesInEveryFormat) {
         const double last = std::stod(
             run_shell("ffprobe -v error -show_entries packet=pts_time -of csv=p=0 " + file + " | tail -n 1"));
         EXPECT_GT(last, 2) << format;
+    }
+}
+
+// Into a player without a window, which tells of each picture when it is about to be shown.
+constexpr const char* to_player =
+    " | SDL_VIDEODRIVER=dummy SDL_AUDIODRIVER=dummy"
+    " timeout 60 ffplay -hide_banner -nostats -autoexit -vf showinfo -i - 2>&1 | ";
+
+// The stream claims half of its rate, or none, which players take for 25 a second: at that pace its three
+// seconds last for six or more.
+TEST_F(CtlVideo, APlayerBeginsAtOnceAndKeepsUpWhateverTheStreamClaims) {
+    for (const std::string claims : {"30", "none"}) {
+        const std::string clip = stage().file("claims-" + claims + ".h264");
+        run_shell(NUMBERED_CLIP " --pictures 300 --claims " + claims + " " + clip);
+        const Stage fast{clip, 60};
+        const std::string live = CTL_PATH " --board " + fast.file("") + " video --format mp4 --frames ";
+
+        // Three quarters of a second, and the pipe stays open: a player that wants more shows nothing.
+        const std::string hold = fast.file("hold");
+        EXPECT_THAT(
+            run_shell("mkfifo " + hold + "; { " + live + "45; cat " + hold + "; }" + to_player +
+                      "{ timeout 30 grep -m 1 -o pts_time:[0-9.]*; : >" + hold + "; cat >/dev/null; }"),
+            HasSubstr("pts_time:0\n"))
+            << claims;
+
+        const std::string command = live + "180" + to_player + "grep --line-buffered pts_time";
+        std::FILE* const pipe = popen(command.c_str(), "r");
+        std::vector<std::chrono::steady_clock::time_point> shown;
+        double last = 0;  // seconds, by the file
+        for (char line[1024]; std::fgets(line, sizeof line, pipe) != nullptr;) {
+            shown.push_back(std::chrono::steady_clock::now());
+            last = std::atof(std::strstr(line, "pts_time:") + std::strlen("pts_time:"));
+        }
+        pclose(pipe);
+        ASSERT_FALSE(shown.empty()) << claims;
+        EXPECT_LT(shown.back() - shown.front(), 5500ms) << claims;
+        EXPECT_GT(last, 2.3) << claims;  // the first half of a second may have been in the ring
     }
 }
 
