@@ -232,9 +232,12 @@ FragmentedMp4::Bytes FragmentedMp4::fragment(const AccessUnit& unit) {
     }
     const std::int64_t before = time_.last();
     const std::int64_t time = time_.next(unit.time_ns);
-    if (before >= 0) {
-        duration_ = static_cast<std::uint32_t>(std::min(time - before, MediaTime::timescale));
-    }
+    // The longest of late, not that before it: a browser that finds the next picture more than two of these
+    // away takes it for a gap, and shows nothing until the next key picture (Media Source Extensions, 3.5.8).
+    // Longer is a gap.
+    constexpr std::int64_t longest = MediaTime::timescale / 10;
+    const std::int64_t since_last = before < 0 ? 0 : std::min(time - before, longest);
+    duration_ = std::max(since_last, duration_ - since_last / 16);
     std::size_t size = 0;
     for (const NalUnit each : unit.units) {
         size += type_of(each) == NalType::delimiter ? 0 : 4 + each.size();
@@ -262,7 +265,7 @@ FragmentedMp4::Bytes FragmentedMp4::fragment(const AccessUnit& unit) {
         const Box trun{bytes_, "trun", 0, offset_duration_size_flags};
         put(bytes_, 1, 4);
         put(bytes_, moof_size + 8, 4);
-        put(bytes_, duration_, 4);
+        put(bytes_, static_cast<std::uint64_t>(duration_), 4);
         put(bytes_, size, 4);
         put(bytes_, unit.is_key ? key_sample : other_sample, 4);
     }

@@ -32,7 +32,7 @@ class FragmentedMp4 {
 
     // moof and mdat of one access unit; parameter sets stay in, delimiters don't. Its time counts from the
     // first fragment's, and is at least one unit later than that of the one before. How long it is shown is
-    // only known when the next one comes: meant is as long as the one before it. Empty before start().
+    // only known when the next one comes: meant is as long as the longest of late. Empty before start().
     Bytes fragment(const AccessUnit& unit);
 
     // "avc1.64001F" (RFC 6381).
@@ -45,7 +45,7 @@ class FragmentedMp4 {
     PictureSize size_{};
     std::uint32_t sequence_number_ = 0;
     MediaTime time_;
-    std::uint32_t duration_ = MediaTime::timescale / 30;
+    std::int64_t duration_ = MediaTime::timescale / 15;  // of a picture, in units
     std::vector<std::uint8_t> bytes_;
 };
 

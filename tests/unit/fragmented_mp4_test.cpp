@@ -123,6 +123,7 @@ std::string boxes_of(std::span<const std::uint8_t> bytes) {
 TEST(FragmentedMp4, IsAHeaderAndAFragmentAPictureWithTimesThatGrow) {
     formats::FragmentedMp4 mp4;
     std::vector<std::uint32_t> times;
+    std::vector<std::uint32_t> durations;
     std::string header;
     AccessUnits assembler{[&](const AccessUnit& unit) {
         if (header.empty()) {
@@ -133,7 +134,9 @@ TEST(FragmentedMp4, IsAHeaderAndAFragmentAPictureWithTimesThatGrow) {
         const formats::FragmentedMp4::Bytes fragment = mp4.fragment(unit);
         ASSERT_EQ(boxes_of(fragment), "moof(mfhd traf(tfhd tfdt trun)) mdat");
         constexpr std::size_t tfdt_low_half = 8 + 16 + 8 + 16 + 16;
+        constexpr std::size_t trun_duration = tfdt_low_half + 4 + 20;
         times.push_back(number_at(fragment, tfdt_low_half));
+        durations.push_back(number_at(fragment, trun_duration));
     }};
     std::int64_t time = 1'000 * second;
     const std::vector<sim::AccessUnit> clip = sim::load_clip(SIM_CLIPS "/1280x720.h264");
@@ -151,6 +154,10 @@ TEST(FragmentedMp4, IsAHeaderAndAFragmentAPictureWithTimesThatGrow) {
     EXPECT_EQ(times.size(), clip.size());
     EXPECT_TRUE(std::is_sorted(times.begin(), times.end(), std::less_equal<>{}));
     EXPECT_NEAR(times.back(), 106'200, 9'000);
+    for (std::size_t i = 0; i + 1 < times.size(); ++i) {
+        EXPECT_LE(times[i + 1] - times[i], 2 * durations[i]) << "a gap, as browsers see it";
+        EXPECT_LE(durations[i], 9'000U);
+    }
     EXPECT_EQ(mp4.codec(), "avc1.4D401F");
     EXPECT_EQ(mp4.size(), (formats::PictureSize{1280, 720}));
 
