@@ -257,7 +257,8 @@ TEST(ClientState, AStateThatDoesNotFitIsCutAndItsLengthTold) {
     take(link, histogram_record());
     const int whole = ardenvue_state_json(link.get(), nullptr, 0);
     ASSERT_LT(whole, ARDENVUE_STATE_JSON_SIZE);
-    for (const std::size_t size : {1, 2, 100, whole, whole + 1}) {
+    for (const int room : {1, 2, 100, whole, whole + 1}) {
+        const auto size = static_cast<std::size_t>(room);
         std::vector<char> text(size, 'x');
         EXPECT_EQ(ardenvue_state_json(link.get(), text.data(), size), whole);
         EXPECT_EQ(strnlen(text.data(), size), size - 1);
