@@ -33,7 +33,8 @@ namespace {
 
 enum Property : guint { property_ring = 1, property_start, property_eos_on_restart, property_missed };
 
-// The ring is looked into every 3 ms, and a picture is handed on as soon as it is read.
+// The ring is looked into every 3 ms, and a picture is handed on as soon as it is read: what waits in a queue
+// then waits for the pipeline.
 constexpr GstClockTime least_latency = 5 * GST_MSECOND;
 
 GstStaticPadTemplate source_template = GST_STATIC_PAD_TEMPLATE(
@@ -185,12 +186,11 @@ bool set_caps(ArdenvueSrc* self, const std::optional<formats::PictureSize>& size
 
 GstFlowReturn create(GstPushSrc* push, GstBuffer** buffer) {
     ArdenvueSrc* self = ARDENVUE_SRC(push);
-    auto picture = std::make_unique<Picture>();
-    for (FrameSource::Outcome outcome{};
-         (outcome = self->source->next(*picture)) != FrameSource::Outcome::picture;) {
-        if (outcome == FrameSource::Outcome::interrupted) {
-            return GST_FLOW_FLUSHING;
-        }
+    std::unique_ptr<Picture> picture = self->source->next();
+    if (!picture) {
+        return GST_FLOW_FLUSHING;
+    }
+    if (picture->follows_restart) {
         GST_INFO_OBJECT(self, "the service has started anew");
         if (self->eos_on_restart) {
             return GST_FLOW_EOS;

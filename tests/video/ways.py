@@ -7,6 +7,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
+EXAMPLES = HERE.parent.parent / "docs/examples"
 PYTHON = "/usr/bin/python3"  # the system's own, which has Debian's modules
 
 
@@ -47,6 +48,7 @@ class Way:
     paced: bool = False  # shown at the stream's own times, so the delay is the player's choice
     environment: Callable[[Stage], dict[str, str]] = lambda stage: {}
     sender: Callable[[Stage], list[Command]] | None = None  # runs beside it, started first
+    sender_speaks: bool = False  # once it can be reached
 
 
 def watch(stage: Stage, name: str) -> Command:
@@ -83,10 +85,10 @@ def client(stage: Stage, video_format: str) -> Command:
 
 def rtp_sender(stage: Stage, port: int) -> list[Command]:
     """Puts the video on the network as ground stations take it: H.264 over RTP (RFC 6184)."""
-    pipeline = ("fdsrc fd=0 ! qtdemux ! h264parse config-interval=-1 "
+    pipeline = (f"ardenvuesrc ring={stage.ring} ! h264parse config-interval=-1 "
                 "! rtph264pay config-interval=-1 aggregate-mode=zero-latency pt=96 "
                 f"! udpsink host=127.0.0.1 port={port} sync=false")
-    return [client(stage, "mp4"), ["gst-launch-1.0", "-q", *pipeline.split()]]
+    return [["gst-launch-1.0", "-q", *pipeline.split()]]
 
 
 def rtp_source(port: int) -> str:
@@ -145,6 +147,15 @@ WAYS = [
     Way("gstreamer", "video --format mp4 | GStreamer",
         lambda s, n: [client(s, "mp4"), gstreamer("fdsrc fd=0", "qtdemux", "h264parse"),
                       watch(s, n)], "bare-gstreamer"),
+    Way("element", "ardenvuesrc, GStreamer",
+        lambda s, n: [gstreamer(f"ardenvuesrc ring={s.ring}", "h264parse"), watch(s, n)],
+        "bare-gstreamer"),
+    Way("rtsp", "RTSP, ffmpeg",
+        lambda s, n: [ffmpeg("-fflags", "nobuffer", *NETWORK, "-rtsp_transport", "tcp",
+                             source=f"rtsp://127.0.0.1:{s.rtp_port + 3}/live"), watch(s, n)],
+        "bare-h264",
+        sender=lambda s: [[PYTHON, str(EXAMPLES / "gstreamer/rtsp_server.py"), "--ring", s.ring,
+                           "--port", str(s.rtp_port + 3)]], sender_speaks=True),
     Way("rtp-ffmpeg", "RTP, ffmpeg",
         lambda s, n: [ffmpeg("-protocol_whitelist", "file,udp,rtp", *NETWORK,
                              source=rtp_description(s, s.rtp_port)), watch(s, n)], "bare-h264",

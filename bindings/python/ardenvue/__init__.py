@@ -5,7 +5,8 @@ A thin layer over libardenvue (package libardenvue1), which has all of the rules
 
 from ardenvue._native import ArdenvueError, ErrorCode
 from ardenvue.capture import Capture, Piece, PieceKind
-from ardenvue.link import (
+from ardenvue.link import Link, commands
+from ardenvue.state import (
     Antiflicker,
     CameraMode,
     Color,
@@ -15,7 +16,6 @@ from ardenvue.link import (
     FollowSpeed,
     GimbalFocus,
     GimbalMode,
-    Link,
     LinkState,
     LinkTotals,
     Movement,
@@ -26,7 +26,6 @@ from ardenvue.link import (
     Transmission,
     VideoStandard,
     WhiteBalance,
-    commands,
 )
 from ardenvue.sticks import Sticks
 from ardenvue.video import Frame, Start, Video, VideoTotals
