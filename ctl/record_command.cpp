@@ -1,6 +1,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -19,12 +20,12 @@ using namespace std::chrono_literals;
 
 constexpr double megabyte = 1e6;
 
-// Of the file system that the file is on; without end where it can't be told.
+// Of the file system that the file is to be on; below 0, with errno set, where it can't be told.
 double free_megabytes(const std::string& file) {
     const std::string folder = std::filesystem::path{file}.parent_path().string();
     struct statvfs state {};
     if (statvfs(folder.empty() ? "." : folder.c_str(), &state) != 0) {
-        return 1e12;
+        return -1;
     }
     return static_cast<double>(state.f_bavail) * static_cast<double>(state.f_frsize) / megabyte;
 }
@@ -111,7 +112,13 @@ int run_record(const BoardOptions& board, const RecordOptions& options) {
                      options.file.c_str());
         return unusable;
     }
-    if (free_megabytes(options.file) < options.keep_free) {
+    const double free = free_megabytes(options.file);
+    if (free < 0) {
+        std::fprintf(stderr, "ardenvue-ctl: can't write %s: %s\n", options.file.c_str(),
+                     std::strerror(errno));
+        return unusable;
+    }
+    if (free < options.keep_free) {
         std::fprintf(stderr, "ardenvue-ctl: less than %g MB are free for %s (--keep-free)\n",
                      options.keep_free, options.file.c_str());
         return unusable;

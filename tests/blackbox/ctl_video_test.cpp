@@ -231,6 +231,8 @@ TEST_F(CtlVideo, IsRecordedInFilesWithTheStateBesideThem) {
     EXPECT_THAT(again.output, HasSubstr("is there already"));
     EXPECT_EQ(stage().ctl("record --keep-free 1e12 " + stage().file("none.mp4")).code, ctl::unusable);
     EXPECT_FALSE(fs::exists(stage().file("none.mp4")));
+    EXPECT_THAT(stage().ctl("record /no/such/folder/none.mp4").output,
+                HasSubstr("No such file or directory"));
 }
 
 TEST_F(CtlVideo, ARecordingPlaysToWhereItWasCutOff) {
