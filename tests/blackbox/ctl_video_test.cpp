@@ -8,6 +8,14 @@ namespace {
 
 class CtlVideo : public Ctl {};
 
+std::string joined(std::initializer_list<std::string_view> parts) {
+    std::string text;
+    for (const std::string_view part : parts) {
+        text += part;
+    }
+    return text;
+}
+
 std::string run_shell(const std::string& line) {
     return run("/bin/sh", "-c '" + line + " 2>&1'").output;
 }
@@ -40,16 +48,16 @@ constexpr const char* to_player =
 TEST_F(CtlVideo, APlayerBeginsAtOnceAndKeepsUpWhateverTheStreamClaims) {
     for (const std::string claims : {"30", "none"}) {
         const std::string clip = stage().file("claims-" + claims + ".h264");
-        run_shell(NUMBERED_CLIP " --pictures 300 --claims " + claims + " " + clip);
+        run_shell(joined({NUMBERED_CLIP, " --pictures 300 --claims ", claims, " ", clip}));
         const Stage fast{clip, 60};
         const std::string live = CTL_PATH " --board " + fast.file("") + " video --format mp4 --frames ";
 
         // Three quarters of a second, and the pipe stays open: a player that wants more shows nothing.
         const std::string hold = fast.file("hold");
-        EXPECT_THAT(
-            run_shell("mkfifo " + hold + "; { " + live + "45; cat " + hold + "; }" + to_player +
-                      "{ timeout 30 grep -m 1 -o pts_time:[0-9.]*; : >" + hold + "; cat >/dev/null; }"),
-            HasSubstr("pts_time:0\n"))
+        EXPECT_THAT(run_shell(joined({"mkfifo ", hold, "; { ", live, "45; cat ", hold, "; }", to_player,
+                                      "{ timeout 30 grep -m 1 -o pts_time:[0-9.]*; : >", hold,
+                                      "; cat >/dev/null; }"})),
+                    HasSubstr("pts_time:0\n"))
             << claims;
 
         const std::string command = live + "180" + to_player + "grep --line-buffered pts_time";
@@ -94,14 +102,9 @@ TEST_F(CtlVideo, TakesASnapshotOrLeavesTheFileAlone) {
         fs::create_directory(bin);
         fs::create_directory(stage().file("pictures"));
         std::ofstream{file} << "before\n";
-        run_shell(std::string{c.made_by}.append(" ").append(bin).append("/").append(c.decoder));
-        const Result result = run("/usr/bin/env", std::string{"PATH="}
-                                                      .append(bin)
-                                                      .append(" " CTL_PATH " --board ")
-                                                      .append(stage().file(""))
-                                                      .append(" snapshot ")
-                                                      .append(file)
-                                                      .append(" 2>&1"));
+        run_shell(joined({c.made_by, " ", bin, "/", c.decoder}));
+        const Result result = run("/usr/bin/env", joined({"PATH=", bin, " ", CTL_PATH, " --board ",
+                                                          stage().file(""), " snapshot ", file, " 2>&1"}));
         EXPECT_EQ(result.code, c.code) << c.decoder << result.output;
         EXPECT_THAT(result.output, HasSubstr(c.said)) << c.decoder;
         EXPECT_EQ(std::distance(fs::directory_iterator{stage().file("pictures")}, {}), 1) << c.decoder;
