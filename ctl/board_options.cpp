@@ -1,11 +1,11 @@
 #include "ctl/board_options.h"
 
 #include <charconv>
-#include <fstream>
 
 #include <CLI/CLI.hpp>
 
 #include "ardenvue.h"
+#include "formats/board_file.h"
 
 namespace ctl {
 namespace {
@@ -19,19 +19,12 @@ void set_port(std::uint16_t& field, const std::string& value) {
     }
 }
 
-// Reads the lines NAME=VALUE of a simulated board's file.
 void read_simulated_board(const std::string& directory, BoardOptions& options) {
-    std::ifstream file{directory + "/env"};
-    if (!file) {
+    const auto names = formats::read_board_file(directory);
+    if (!names) {
         throw CLI::ValidationError("--board", "there is no simulated board in " + directory);
     }
-    for (std::string line; std::getline(file, line);) {
-        const std::size_t equals = line.find('=');
-        if (equals == std::string::npos) {
-            continue;
-        }
-        const std::string name = line.substr(0, equals);
-        const std::string value = line.substr(equals + 1);
+    for (const auto& [name, value] : *names) {
         if (name == "STATUS_PORT") {
             set_port(options.status_port, value);
         } else if (name == "RELAY_PORT") {
