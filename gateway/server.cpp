@@ -1,5 +1,6 @@
 #include "gateway/server.h"
 
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -24,9 +25,10 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto sweep_interval = 500ms;
-// What the kernel holds for a client that doesn't take it: as little as keeps a fast one fed, as it gets old
-// there.
-constexpr int most_unsent = 262'144;
+// What the kernel holds for a client: on its way, and not even begun to be sent (tcp(7)). As little of the
+// second as keeps a fast client fed: it gets old there.
+constexpr int most_in_flight = 262'144;
+constexpr int most_unsent = 65'536;
 constexpr int backlog = 64;
 
 FileDescriptor listen_on(const sockaddr_storage& address) {
@@ -224,7 +226,8 @@ void Server::Daemon::on_connection(void* self, MHD_Connection* connection, void*
     if (code == MHD_CONNECTION_NOTIFY_STARTED) {
         const int descriptor =
             MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
-        setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &most_unsent, sizeof most_unsent);
+        setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &most_in_flight, sizeof most_in_flight);
+        setsockopt(descriptor, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &most_unsent, sizeof most_unsent);
         daemon.connections_.push_back({descriptor, Clock::now(), false});
         *state = &daemon.connections_.back();
     } else if (*state != nullptr) {
