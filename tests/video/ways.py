@@ -49,6 +49,7 @@ class Way:
     environment: Callable[[Stage], dict[str, str]] = lambda stage: {}
     sender: Callable[[Stage], list[Command]] | None = None  # runs beside it, started first
     sender_speaks: bool = False  # once it can be reached
+    when_named: bool = False  # takes what not every machine has
 
 
 def watch(stage: Stage, name: str) -> Command:
@@ -104,6 +105,11 @@ def rtp_description(stage: Stage, port: int) -> str:
                     f"m=video {port} RTP/AVP 96\na=rtpmap:96 H264/90000\n"
                     "a=fmtp:96 packetization-mode=1\n")
     return str(path)
+
+
+def gateway(stage: Stage, port: int, *options: str) -> list[Command]:
+    """Serves the video over HTTP."""
+    return [[str(stage.build / "ardenvue-gateway"), "--listen", f"127.0.0.1:{port}", *options]]
 
 
 def feed(stage: Stage, name: str, clip: Path) -> Command:
@@ -164,6 +170,17 @@ WAYS = [
         lambda s, n: [gstreamer(rtp_source(s.rtp_port + 2), "rtph264depay", "h264parse"),
                       watch(s, n)], "bare-gstreamer",
         sender=lambda s: rtp_sender(s, s.rtp_port + 2)),
+    Way("gateway", "gateway's /video.mp4, ffmpeg",
+        lambda s, n: [ffmpeg("-seekable", "0",
+                             source=f"http://127.0.0.1:{s.rtp_port + 1}/video.mp4"), watch(s, n)],
+        "bare-mp4", sender_speaks=True,
+        sender=lambda s: gateway(s, s.rtp_port + 1, "--ring", s.ring, "--status-port",
+                                 str(s.rtp_port + 4))),
+    Way("browser", "gateway's page, Chromium",
+        lambda s, n: [[PYTHON, str(HERE / "watch_browser.py"),
+                       f"http://127.0.0.1:{s.rtp_port + 2}/", str(s.log(n))]],
+        when_named=True, sender_speaks=True,
+        sender=lambda s: gateway(s, s.rtp_port + 2, "--board", str(s.board))),
     Way("python", "Python library, PyAV",
         lambda s, n: [[PYTHON, str(HERE / "watch_library.py"), str(s.log(n)), s.ring]], "bare-pyav",
         environment=library_environment),
