@@ -5,6 +5,10 @@
 #include <string>
 #include <vector>
 
+namespace CLI {
+class App;
+}
+
 namespace gateway {
 
 struct Options {
@@ -24,5 +28,8 @@ struct Options {
     std::string certificate_file;
     std::string key_file;
 };
+
+// Adds them all. Parsing throws what CLI11 throws.
+void add_options(CLI::App& app, Options& options);
 
 }  // namespace gateway

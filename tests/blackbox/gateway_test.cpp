@@ -155,6 +155,26 @@ TEST(GatewayStart, RefusesWhatIsNotSafeOrCannotWork) {
     }
 }
 
+TEST(GatewayStart, SpeaksTlsWithACertificate) {
+    const std::string folder{testing::TempDir()};
+    const std::string key = folder + "/gateway-key.pem";
+    const std::string certificate = folder + "/gateway-cert.pem";
+    ASSERT_EQ(
+        run("/usr/bin/openssl", "req -x509 -newkey rsa:2048 -nodes -subj /CN=localhost -days 2 -keyout " +
+                                    key + " -out " + certificate + " 2>/dev/null")
+            .code,
+        0);
+    const Gateway gateway{"--ring none --sticks none --status-port " + std::to_string(free_status_port()) +
+                          " --cert " + certificate + " --key " + key};
+    EXPECT_THAT(gateway.said, HasSubstr("https://127.0.0.1:"));
+    const Result reply =
+        run("/bin/sh",
+            "-c 'printf \"GET /healthz HTTP/1.1\\r\\nHost: localhost\\r\\nConnection: close\\r\\n\\r\\n\" | "
+            "timeout 30 openssl s_client -quiet -verify_return_error -CAfile " +
+                certificate + " -connect 127.0.0.1:" + std::to_string(gateway.port) + " 2>/dev/null'");
+    EXPECT_THAT(reply.output, HasSubstr("link down\n"));
+}
+
 // ---- Beside the service ----
 
 class GatewayBesideService : public Ctl {

@@ -12,9 +12,6 @@ namespace {
 
 using namespace gateway;
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
 
 const TimePoint start{1000s};
 
