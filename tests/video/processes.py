@@ -5,6 +5,7 @@ from __future__ import annotations
 import os
 import re
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
@@ -84,6 +85,13 @@ class Processes:
         process = self.start(name, BUILD / "ardenvue-gateway", "--board", board, "--listen",
                              "127.0.0.1:0", *options)
         return process, self.said(name, r"(http://[^\s/]+)/")
+
+
+def free_port(kind: int) -> int:
+    """A port of 127.0.0.1 that nobody holds, for socket.SOCK_STREAM or SOCK_DGRAM."""
+    with socket.socket(socket.AF_INET, kind) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return int(probe.getsockname()[1])
 
 
 def processor_seconds(process: subprocess.Popen[bytes]) -> float:

@@ -97,6 +97,13 @@ def start_browser() -> webdriver.Chrome:
     return browser
 
 
+def write_pictures(browser: webdriver.Chrome, path: Path) -> None:
+    """Appends to the log what was read since the last call."""
+    with path.open("a", encoding="ascii") as log:
+        for seconds, number in browser.execute_script("return window.watched.splice(0)"):
+            log.write(f"{seconds:.6f} {'-' if number < 0 else number}\n")
+
+
 def main() -> None:
     """Until it is ended."""
     signal.signal(signal.SIGTERM, lambda *_: sys.exit())
@@ -106,11 +113,9 @@ def main() -> None:
         failed = browser.execute_async_script(WATCH)
         if failed:
             sys.exit(f"watch_browser: {failed}")
-        with Path(sys.argv[2]).open("w", buffering=1, encoding="ascii") as log:
-            while True:
-                for seconds, number in browser.execute_script("return window.watched.splice(0)"):
-                    log.write(f"{seconds:.6f} {'-' if number < 0 else number}\n")
-                time.sleep(0.5)
+        while True:
+            write_pictures(browser, Path(sys.argv[2]))
+            time.sleep(0.5)
     finally:
         browser.quit()
 
