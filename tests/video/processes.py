@@ -94,6 +94,11 @@ def free_port(kind: int) -> int:
         return int(probe.getsockname()[1])
 
 
+def loopback_url(port: int) -> str:
+    """The address of a program that serves HTTP there."""
+    return f"http://127.0.0.1:{port}"
+
+
 def processor_seconds(process: subprocess.Popen[bytes]) -> float:
     """What a process took so far, as proc(5) has it."""
     fields = Path(f"/proc/{process.pid}/stat").read_text("ascii").rsplit(")", 1)[1].split()
