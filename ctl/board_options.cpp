@@ -65,6 +65,13 @@ void add_board_options(CLI::App& app, BoardOptions& options) {
     app.add_option("--run-dir", options.run_dir, "directory of the picture size files")
         ->capture_default_str()
         ->group(group);
+    app.add_option("--gateway", options.gateway,
+                   "URL of an ardenvue-gateway, http://board:8040, by way of which state and commands go")
+        ->group(group);
+    app.add_option("--token-file", options.token_file,
+                   "file with the gateway's token; else it is taken from ARDENVUE_GATEWAY_TOKEN")
+        ->check(CLI::ExistingFile)
+        ->group(group);
     app.add_option("--board", options.simulated_board, "directory of a simulated board; sets all of these")
         ->check(CLI::ExistingDirectory)
         ->trigger_on_parse()

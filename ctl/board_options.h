@@ -18,6 +18,8 @@ struct BoardOptions {
     std::string ring_name;
     std::string run_dir;
     std::string simulated_board;
+    std::string gateway;     // its URL, where the state and the commands go by way of one; empty: they don't
+    std::string token_file;  // of the gateway
 
     BoardOptions();
 };

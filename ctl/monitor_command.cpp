@@ -128,13 +128,15 @@ void update(MonitorState& state, const VideoFeed& video) {
 
 // Listens, reads the ring and plays the script until something ends it: the time, the script, the user, a
 // signal.
-void watch(const MonitorOptions& options, VideoFeed& video, ScriptPlayer& player, MonitorState& state) {
+void watch(const MonitorOptions& options, const Link& link, VideoFeed& video, ScriptPlayer& player,
+           MonitorState& state) {
     Display display{!options.lines && has_terminal()};
     Every rate{rate_interval};
     Rates rates;
     const auto start = Clock::now();
     while (!stop_requested() && (options.seconds <= 0 || Clock::now() < start + seconds(options.seconds))) {
         listen(state.link);
+        look_at_frames(link);
         video.poll();
         state.running_seconds = in_seconds(Clock::now() - start);
         update(state, video);
@@ -182,7 +184,7 @@ int run_monitor(const BoardOptions& board, const MonitorOptions& options) {
     state.link = link.get();
     state.player = options.play.empty() ? nullptr : &player;
     const auto start = Clock::now();
-    watch(options, video, player, state);
+    watch(options, link, video, player, state);
     if (!options.report.empty() && !write_report(options.report, state, video, start)) {
         std::fprintf(stderr, "ardenvue-ctl: can't write %s: %s\n", options.report.c_str(),
                      std::strerror(errno));

@@ -137,6 +137,9 @@ int run_send(const BoardOptions& board, const SendOptions& options) {
         std::fprintf(stderr, "ardenvue-ctl: %s to %s\n", ardenvue_link_problem(link.get()), service.c_str());
         return unusable;
     }
+    if (!has_arrived(link)) {
+        return unusable;
+    }
     std::printf("sent %s to %s\n", options.raw.empty() ? command.json : options.raw.c_str(), service.c_str());
     hand_on_output();
     return options.wait.empty() ? done

@@ -57,11 +57,12 @@ int watch_table(const BoardOptions& board, const StatusOptions& options, Ardenvu
 // The link's state as JSON: printed at each line, and whenever the link has changed.
 class JsonWatch {
   public:
-    explicit JsonWatch(ArdenvueLink* link) : link_{link} {}
+    explicit JsonWatch(const Link& link) : owner_{link}, link_{link.get()} {}
 
     // Waits for a line or a change, a moment at most. True for a line.
     bool look() {
         const int code = ardenvue_link_wait(link_, ARDENVUE_STATUS_LINE, look_interval / 1ms);
+        look_at_frames(owner_);
         is_due_ = is_due_ || code > 0;
         return code > 0;
     }
@@ -83,15 +84,16 @@ class JsonWatch {
     }
 
   private:
+    const Link& owner_;
     ArdenvueLink* link_;
     const Clock::time_point start_ = Clock::now();
     bool is_due_ = false;  // a line has come that wasn't printed
     std::optional<ArdenvueLinkState> printed_;
 };
 
-int watch_json(const BoardOptions& board, const StatusOptions& options, ArdenvueLink* link) {
-    if (ardenvue_link_watch_frames(link, board.ring_name.c_str()) != 0) {
-        std::fprintf(stderr, "ardenvue-ctl: %s\n", ardenvue_link_problem(link));
+int watch_json(const BoardOptions& board, const StatusOptions& options, const Link& link) {
+    if (!link.get_deleter().bridge && ardenvue_link_watch_frames(link.get(), board.ring_name.c_str()) != 0) {
+        std::fprintf(stderr, "ardenvue-ctl: %s\n", ardenvue_link_problem(link.get()));
         return bad_usage;
     }
     JsonWatch state{link};
@@ -126,7 +128,7 @@ int run_status(const BoardOptions& board, const StatusOptions& options) {
     if (const int code = open_link(board, link); code != done) {
         return code;
     }
-    return options.json ? watch_json(board, options, link.get()) : watch_table(board, options, link.get());
+    return options.json ? watch_json(board, options, link) : watch_table(board, options, link.get());
 }
 
 }  // namespace ctl

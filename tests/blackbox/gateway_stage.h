@@ -94,7 +94,7 @@ inline std::string request_text(const std::string& line, const std::string& body
 class Gateway {
   public:
     // Options but --listen and the guard's; waits until it serves, or has ended.
-    explicit Gateway(const std::string& options) {
+    explicit Gateway(const std::string& options, std::uint16_t listen_port = 0) {
         int ends[2];
         EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
         stderr_ = FileDescriptor{ends[0]};
@@ -102,8 +102,8 @@ class Gateway {
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, its_end.get(), STDERR_FILENO);
-        const std::string line =
-            "exec " GATEWAY_PATH " --listen 127.0.0.1:0 --stick-guard " STICK_GUARD_PATH " " + options;
+        const std::string line = "exec " GATEWAY_PATH " --listen 127.0.0.1:" + std::to_string(listen_port) +
+                                 " --stick-guard " STICK_GUARD_PATH " " + options;
         char* arguments[] = {const_cast<char*>("sh"), const_cast<char*>("-c"),
                              const_cast<char*>(line.c_str()), nullptr};
         EXPECT_EQ(posix_spawn(&process_, "/bin/sh", &actions, nullptr, arguments, environ), 0);

@@ -238,6 +238,55 @@ TEST_F(GatewayBesideService, SendsCommandsAndSaysWhatBecameOfThem) {
     EXPECT_THAT(gateway.ask("GET /metrics").body, HasSubstr("ardenvue_link_state{state=\"live\"} 1\n"));
 }
 
+TEST_F(GatewayBesideService, TheClientGoesByWayOfItAndSaysWhatItSays) {
+    const std::string token_file = stage().file("client-token");
+    const std::string token = run(GATEWAY_PATH, "token " + token_file).output;
+    auto gateway = std::make_unique<Gateway>(options() + "--token-file " + token_file);
+    const std::string url = "http://127.0.0.1:" + std::to_string(gateway->port);
+    const std::string by_port = "--board " + stage().file("");
+    const std::string far = "--gateway " + url;
+    const std::string known = " --token-file " + token_file;
+    const struct {
+        std::string arguments;
+        int code;
+        const char* said;
+    } cases[] = {
+        {by_port + known + " status", ctl::done, "Phantom 4 Pro"},
+        {far + known + " status --json", ctl::done, R"("link":{"state":"live")"},
+        {far + "/" + known + " send iso 3200 --wait=20", ctl::done, "confirmed"},
+        {by_port + known + " monitor --lines --seconds 2", ctl::done, "link up"},
+        {far + " status", ctl::unusable, "takes the gateway's token"},
+        {far + " --token-file " + stage().file("env") + " send iso 100", ctl::unusable, "the token is wrong"},
+        {"--gateway http://127.0.0.1:1 status", ctl::unusable, "connect"},
+        {"--gateway file:///etc/passwd status", ctl::unusable, "file"},
+    };
+    for (const auto& c : cases) {
+        const Result result = run_ctl(c.arguments);
+        EXPECT_EQ(result.code, c.code) << c.arguments << result.output;
+        EXPECT_THAT(result.output, HasSubstr(c.said)) << c.arguments;
+    }
+    gateway->ask("POST /api/control", R"({"action":"take","name":"phone"})",
+                 {"Authorization: Bearer " + token.substr(0, 64)});
+    const Result refused = run_ctl(by_port + known + " send iso 100");
+    EXPECT_EQ(refused.code, ctl::unusable);
+    EXPECT_THAT(refused.output, HasSubstr("phone has the controls"));
+
+    // A gateway that comes back is taken up again.
+    std::FILE* const watching =
+        popen(("exec " CTL_PATH " " + far + known + " status --watch --json").c_str(), "re");
+    std::string line(9000, '\0');
+    EXPECT_NE(std::fgets(line.data(), static_cast<int>(line.size()), watching), nullptr);
+    const std::uint16_t port = gateway->port;
+    gateway.reset();
+    gateway = std::make_unique<Gateway>(options() + "--token-file " + token_file, port);
+    // More lines than had come before.
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_NE(std::fgets(line.data(), static_cast<int>(line.size()), watching), nullptr) << i;
+    }
+    EXPECT_THAT(line, HasSubstr(R"("state":"live")"));
+    pclose(watching);
+}
+
 TEST_F(GatewayBesideService, OneHandHasTheControlsAndTheSticksFallToZeroWithoutIt) {
     const Gateway gateway{options()};
     wait_until_live(gateway);
