@@ -232,7 +232,7 @@ class GatewayBridge::Threads {
     void listen() {
         while (!stops_) {
             EventRequest events{gateway_, [this](auto event, auto data) { take(event, data); }, stops_};
-            events.perform();
+            static_cast<void>(events.perform());  // whatever ended it, it is tried again
             for (auto again = Clock::now() + retry_interval; !stops_ && Clock::now() < again;) {
                 std::this_thread::sleep_for(50ms);
             }
@@ -300,8 +300,8 @@ class GatewayBridge::Threads {
     std::thread handing_on_;
 };
 
-GatewayBridge::GatewayBridge(GatewayAddress gateway, std::uint16_t port)
-    : threads_{std::make_unique<Threads>(std::move(gateway), port)} {}
+GatewayBridge::GatewayBridge(const GatewayAddress& gateway, std::uint16_t port)
+    : threads_{std::make_unique<Threads>(gateway, port)} {}
 
 GatewayBridge::~GatewayBridge() = default;
 

@@ -22,7 +22,7 @@ class GatewayBridge {
     // Serves a link that is bound to the port of 127.0.0.1, in two threads. Throws std::runtime_error with
     // what is to be told: the gateway doesn't answer, or not to us. A connection that breaks later is taken
     // up again.
-    GatewayBridge(GatewayAddress gateway, std::uint16_t port);
+    GatewayBridge(const GatewayAddress& gateway, std::uint16_t port);
     ~GatewayBridge();
     GatewayBridge(const GatewayBridge&) = delete;
     GatewayBridge& operator=(const GatewayBridge&) = delete;

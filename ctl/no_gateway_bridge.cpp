@@ -12,7 +12,7 @@ std::optional<std::string> find_gateway(const std::string& /*address*/, std::uin
     return std::nullopt;
 }
 
-GatewayBridge::GatewayBridge(GatewayAddress gateway, std::uint16_t /*port*/) {
+GatewayBridge::GatewayBridge(const GatewayAddress& gateway, std::uint16_t /*port*/) {
     throw std::runtime_error(gateway.url + ": this build has no HTTP client");
 }
 
