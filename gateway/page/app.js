@@ -17,6 +17,7 @@ const element = (id) => document.getElementById(id);
 const silence_is_loss = 2.5;  // the gateway sends a state once a second at least
 const old_picture = 0.6;
 const lost_picture = 2;
+const hopeless = 4;
 
 let state = null;
 let video = null;
@@ -135,6 +136,7 @@ function begin_events(picture) {
       get_commands();
     },
     heard: () => { heard = performance.now(); },
+    is_late: () => state !== null && clock.now() - state.monotonic > hopeless,
     on: (name, data) => on[name]?.(data),
     closed: (why) => {
       sticks.let_go('Let go: no connection');

@@ -63,13 +63,15 @@ export async function ask(path, { body, control, patience = 5000, keepalive = fa
 }
 
 // Follows a stream for as long as the page lives. What it calls: open() at each beginning, bytes(Uint8Array) for each
-// piece, closed(why) at each end; is_stuck(milliseconds since the last piece) says when to give up and come again.
+// piece, closed(why) at each end; is_stuck(milliseconds since
+// the last piece, and since it began) says when to give up and come again.
 export function follow(path, { more = () => ({}), open, bytes, closed, is_stuck }) {
   let abort = new AbortController();
   const once = async () => {
-    let heard = performance.now();
+    const began = performance.now();
+    let heard = began;
     const watch = setInterval(() => {
-      if (is_stuck(performance.now() - heard)) {
+      if (is_stuck(performance.now() - heard, performance.now() - began)) {
         abort.abort();
       }
     }, 250);
@@ -109,8 +111,9 @@ export function follow(path, { more = () => ({}), open, bytes, closed, is_stuck 
 }
 
 // Follows the server-sent events (HTML, 9.2.6). heard() is called for each piece of the stream, on(name, data) for
-// each event. What was missed while the connection was gone is asked for.
-export function follow_events(path, { open, heard, on, closed }) {
+// each event; is_late() says when they are so old that a new stream is quicker. What was missed while the connection was
+// gone is asked for.
+export function follow_events(path, { open, heard, on, closed, is_late }) {
   let last_id = '';
   let decoder;
   let text;
@@ -146,6 +149,6 @@ export function follow_events(path, { open, heard, on, closed }) {
       blocks.forEach(take);
     },
     closed,
-    is_stuck: (silence) => silence > 4000,
+    is_stuck: (silence, since) => silence > 4000 || (since > 4000 && is_late()),
   });
 }

@@ -7,8 +7,9 @@ import { Cutter, join } from './mp4.js';
 const Source = globalThis.ManagedMediaSource ?? globalThis.MediaSource;
 
 // Seconds of media time.
-const target = 0.03;       // how far behind the newest picture the one that is shown may be
-const too_far = 0.8;       // from here on it jumps, below it plays faster
+const target = 0.04;       // how far behind the newest picture the one that is shown is to be
+const too_far = 0.8;       // from here on it jumps, before that it plays faster
+const hopeless = 4;        // what comes is so old that a new stream is quicker
 const kept = 4;            // of what was shown
 const largest_queue = 120; // pictures that wait for the decoder
 
@@ -23,7 +24,7 @@ export class Picture {
   #newest = 0;       // media time of the newest picture in the buffer
   #keys = [];        // of pictures that can be begun with
   #shown = null;     // of the picture on the screen
-  #frame_age = null; // as the state says, for is_stuck
+  #frames_since = null; // on the board, without a pause; milliseconds of this page
   origin = null;     // the board's time at media time 0
 
   constructor(video, say) {
@@ -54,13 +55,19 @@ export class Picture {
         }
       },
       closed: (why) => this.#end(why),
-      is_stuck: (silence) => silence > 3000 && this.#frame_age !== null && this.#frame_age < 1,
+      is_stuck: (silence, since) => {
+        const frames = this.#frames_since === null ? 0 : performance.now() - this.#frames_since;
+        return frames > 3000 && (silence > 3000 || (since > 1000 * hopeless && this.age > hopeless));
+      },
     });
   }
 
   // What the state says of the newest frame on the board; null when it is not known.
   set frame_age(seconds) {
-    this.#frame_age = seconds;
+    const has_frames = seconds !== null && seconds < 1;
+    if (!has_frames || this.#frames_since === null) {
+      this.#frames_since = has_frames ? performance.now() : null;
+    }
   }
 
   // Seconds between the picture that is shown and now; null while there is none, or its time is not known.
@@ -180,8 +187,8 @@ export class Picture {
     if (video.currentTime < begin || behind > too_far) {
       video.currentTime = Math.max(begin, this.#newest - target);
     } else {
-      const rate = behind > 2 * target ? Math.min(1.05 + behind, 1.6) : 1;
-      if (Math.abs(video.playbackRate - rate) > 0.05) {
+      const rate = behind > 2 * target ? Math.min(1.05 + behind, 1.6) : behind < target / 2 ? 0.9 : 1;
+      if (Math.abs(video.playbackRate - rate) > 0.03) {
         video.playbackRate = rate;
       }
     }

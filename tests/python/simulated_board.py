@@ -27,13 +27,19 @@ def free_port() -> int:
     raise RuntimeError("no free port")
 
 
+def make_clip(clip: Path, pictures: int) -> Path:
+    """Makes a numbered clip."""
+    command = [ROOT / "scripts/make-numbered-clip", "--pictures", str(pictures), clip]
+    subprocess.run(command, check=True)
+    return clip
+
+
 class Board:
     """The service on a simulated board, streaming a numbered clip to a camera that answers."""
 
-    def __init__(self, *options: str) -> None:
+    def __init__(self, *options: str, clip: Path | None = None) -> None:
         self.folder = tempfile.TemporaryDirectory(prefix="ardenvue-python-")
-        clip = Path(self.folder.name) / "clip.h264"
-        subprocess.run([ROOT / "scripts/make-numbered-clip", "--pictures", "300", clip], check=True)
+        clip = clip or make_clip(Path(self.folder.name) / "clip.h264", 300)
         command = [BUILD / "ardenvue-sim", "run", "--clip", clip, "--board-dir", self.folder.name]
         command += options
         self.simulator = subprocess.Popen(

@@ -8,19 +8,13 @@ from __future__ import annotations
 import functools
 import http.server
 import subprocess
-import sys
 import tempfile
 import threading
 import unittest
 from pathlib import Path
 from typing import Any
 
-from selenium import webdriver
-from selenium.webdriver.chrome.options import Options
-from selenium.webdriver.chrome.service import Service
-
-sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "python"))
-from simulated_board import BUILD, PATIENCE, Board  # noqa: E402
+from stage import BUILD, Board, Browser
 
 PAGE = """<!doctype html><video id="video" muted></video><script>
 const video = document.getElementById('video');
@@ -68,14 +62,9 @@ class Mp4(unittest.TestCase):
         self.addCleanup(server.server_close)
         self.addCleanup(server.shutdown)
         threading.Thread(target=server.serve_forever, daemon=True).start()
-        options = Options()
-        options.binary_location = "/usr/bin/chromium"
-        for option in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage",
-                       "--autoplay-policy=no-user-gesture-required"):
-            options.add_argument(option)
-        self.browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-        self.addCleanup(self.browser.quit)
-        self.browser.set_script_timeout(4 * PATIENCE)
+        browser = Browser()
+        self.addCleanup(browser.close)
+        self.browser = browser.driver
         self.browser.get(f"http://127.0.0.1:{server.server_port}/page.html")
 
     def play(self, call: str) -> list[int]:
