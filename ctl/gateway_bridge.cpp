@@ -206,7 +206,9 @@ class GatewayBridge::Threads {
             throw std::runtime_error(gateway_.url + " is no ardenvue-gateway");
         }
         const sockaddr_in any = loopback(0);
-        bind(socket_.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any);
+        if (bind(socket_.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0) {
+            throw std::runtime_error("a loopback socket can't be bound");
+        }
         listening_ = std::thread{[this] { listen(); }};
         handing_on_ = std::thread{[this] { hand_on(); }};
     }
@@ -232,7 +234,7 @@ class GatewayBridge::Threads {
     void listen() {
         while (!stops_) {
             EventRequest events{gateway_, [this](auto event, auto data) { take(event, data); }, stops_};
-            static_cast<void>(events.perform());  // whatever ended it, it is tried again
+            events.perform();  // whatever ended it, it is tried again
             for (auto again = Clock::now() + retry_interval; !stops_ && Clock::now() < again;) {
                 std::this_thread::sleep_for(50ms);
             }
