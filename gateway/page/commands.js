@@ -10,7 +10,7 @@ const patience = 8000;
 const outcomes = {
   'sent': { mark: '\u2026', text: 'sent', is_bad: false },
   'confirmed': { mark: '\u2713', text: 'confirmed', is_bad: false },
-  'was there': { mark: '\u2713', text: 'already so', is_bad: false },
+  'was there': { mark: '=', text: 'was so before', is_bad: false },
   'not confirmed': { mark: '!', text: 'not confirmed', is_bad: true },
   'refused': { mark: '\u2715', text: 'refused', is_bad: true },
 };

@@ -30,8 +30,8 @@ const numbers = {
 };
 const f_numbers = ['2.8', '3.2', '3.5', '4', '4.5', '5', '5.6', '6.3', '7.1', '8', '9', '10', '11'];
 
-const titles = { '1': 'on', '0': 'off', 'normal': 'ahead', 'selfie': 'back', 'unlock': 'follow', 'mf': 'manual',
-  'afs': 'single', 'afc': 'continuous', 'abs': 'position', 'rel': 'speed', 'tiltlocked': 'level' };
+const titles = { '1': 'on', '0': 'off', 'normal': 'ahead', 'selfie': 'back', 'unlock': 'follow', 'mf': 'MF',
+  'afs': 'AFS', 'afc': 'AFC', 'abs': 'position', 'rel': 'speed', 'tiltlocked': 'level' };
 const titled = { 'histogram': ['1', '0'] };  // whose digits are no numbers
 const title_of = (name, choice) =>
   (/^[01]$/.test(choice) && !titled[name] ? choice : titles[choice] ?? choice);

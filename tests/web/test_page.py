@@ -76,6 +76,9 @@ TOO_SMALL = """return [...document.querySelectorAll('button, select, input, summ
   .map((each) => [each.id || each.textContent || each.className, each.getBoundingClientRect()])
   .filter(([_, box]) => box.width < 44 || box.height < 44).map(([name]) => name);"""
 
+WIDE = """return Math.max(...[...document.querySelectorAll('html, #rest, #panel')]
+  .map((each) => each.scrollWidth - each.clientWidth));"""
+
 
 def number_of(lines: str) -> int | None:
     """The number of a picture of which the reader has kept ten lines at top and bottom."""
@@ -311,9 +314,8 @@ class Hands(PageTest):
 
         for size in (PHONE, PHONE[::-1]):
             phone.show_as(size)
-            wide = "return document.documentElement.scrollWidth - innerWidth"
-            until(lambda: phone.js(wide) == 0, f"no scrolling sideways at {size}", 5)
             phone.js("for (const each of document.querySelectorAll('details')) each.open = true")
+            until(lambda: phone.js(WIDE) == 0, f"no scrolling sideways at {size}", 5)
             self.assertEqual(phone.js(TOO_SMALL), [], size)
         phone.press("#take")
         until(lambda: laptop.text("holder") == "Nobody has control", "that it is free")
