@@ -83,7 +83,7 @@ function show_situation(picture) {
   }
   if (now.word !== situation) {
     if (now.word !== 'late' && now.word !== told_situation) {
-      tell(`${now.title} ${now.told ?? now.text}`.trim(), { is_bad: !['live', 'connecting'].includes(now.word) });
+      tell(`${now.title} ${now.told ?? now.text}`.trim(), { is_bad: !['live', 'connecting', 'no-picture'].includes(now.word) });
       told_situation = now.word;
     }
     situation = now.word;
@@ -96,7 +96,7 @@ function show_situation(picture) {
 }
 
 function show_panel_told() {
-  const is_old = document.body.classList.contains('old-values');
+  const is_old = state !== null && document.body.classList.contains('old-values');
   overlay.set_text('panel-told', is_old ? 'What is shown here is old.'
     : hand.has_control() ? '' : 'Take control to change anything.');
 }
@@ -129,8 +129,10 @@ function begin_events(picture) {
     service: ({ what }) => services[what] && log(services[what]),
     viewers: ({ count }) => overlay.set_text('viewers', count > 1 ? `${count} watch` : ''),
   };
+  let is_open = false;
   follow_events('/api/events', {
     open: () => {
+      is_open = true;
       element('token-form').hidden = true;
       hand.look();
       get_commands();
@@ -140,9 +142,10 @@ function begin_events(picture) {
     on: (name, data) => on[name]?.(data),
     closed: (why) => {
       sticks.let_go('Let go: no connection');
-      if (situation !== 'connecting') {
+      if (is_open) {
         log(`The connection ended: ${why}`, { is_bad: true });
       }
+      is_open = false;
     },
   });
 }
@@ -170,9 +173,10 @@ function read_address() {
 function take_token() {
   when_refused((why) => {
     element('token-form').hidden = false;
-    if (element('token-problem').textContent !== why) {
-      element('token-problem').textContent = why;
-      announce(`This gateway wants a token: ${why}`);
+    const problem = why || element('token-problem').textContent || 'This gateway asks for its token.';
+    if (element('token-problem').textContent !== problem) {
+      element('token-problem').textContent = problem;
+      announce(problem);
     }
   });
   element('token-form').addEventListener('submit', (event) => {

@@ -12,7 +12,7 @@ export function set_token(text) {
   woken = new Promise((resolve) => { wake = resolve; });
 }
 
-// Called with the reason when the gateway wants a token that it was not given.
+// Called when the gateway wants a token: with what is wrong with the one that was sent, if one was.
 export function when_refused(listener) {
   on_refused = listener;
 }
@@ -22,10 +22,10 @@ function headers(more) {
 }
 
 // A wrong token is forgotten, so that the streams' new tries don't count as more wrong ones.
-function refuse(status, error) {
-  if (status === 401 || status === 429) {
-    token = '';
-    on_refused(error);
+function refuse(reply, error, sent) {
+  if (reply.status === 401 || reply.status === 429) {
+    token = token === sent ? '' : token;
+    on_refused(sent ? error : '');
   }
 }
 
@@ -42,6 +42,7 @@ async function reason_of(reply) {
 // (in milliseconds). A body makes it a POST.
 export async function ask(path, { body, control, patience = 5000, keepalive = false } = {}) {
   const more = control ? { 'X-Ardenvue-Control': control } : {};
+  const sent = token;
   try {
     const reply = await fetch(path, {
       method: body ? 'POST' : 'GET',
@@ -55,7 +56,7 @@ export async function ask(path, { body, control, patience = 5000, keepalive = fa
       return { status: reply.status, answer: await reply.json() };
     }
     const error = await reason_of(reply);
-    refuse(reply.status, error);
+    refuse(reply, error, sent);
     return { status: reply.status, error };
   } catch {
     return { status: 0, error: 'the gateway does not answer' };
@@ -68,6 +69,7 @@ export async function ask(path, { body, control, patience = 5000, keepalive = fa
 export function follow(path, { more = () => ({}), open, bytes, closed, is_stuck }) {
   let abort = new AbortController();
   const once = async () => {
+    const sent = token;
     const began = performance.now();
     let heard = began;
     const watch = setInterval(() => {
@@ -79,7 +81,7 @@ export function follow(path, { more = () => ({}), open, bytes, closed, is_stuck 
       const reply = await fetch(path, { headers: headers(more()), signal: abort.signal, cache: 'no-store' });
       if (!reply.ok) {
         const error = await reason_of(reply);
-        refuse(reply.status, error);
+        refuse(reply, error, sent);
         return { error, pause: reply.status === 429 ? 60_000 : 2000 };
       }
       open();

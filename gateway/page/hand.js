@@ -60,7 +60,7 @@ export function hear(control) {
     lose(holder ? `${holder} took it` : 'it was not renewed in time');
   } else if (holder !== before && holder !== own_name) {
     const from = control.taken_from ? ` from ${control.taken_from}` : '';
-    tell(holder ? `${holder} took control${from}` : `${before} gave control back`);
+    tell(holder ? `${holder} took control${from}` : `${before} ${control.taken_from ? 'lost control' : 'gave control back'}`);
   }
   show();
 }

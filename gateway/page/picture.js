@@ -25,7 +25,7 @@ export class Picture {
   #keys = [];        // of pictures that can be begun with
   #shown = null;     // of the picture on the screen
   #frames_since = null; // on the board, without a pause; milliseconds of this page
-  origin = null;     // the board's time at media time 0
+  #origin = null;    // the board's time at media time 0
 
   constructor(video, say) {
     this.#video = video;
@@ -70,10 +70,18 @@ export class Picture {
     }
   }
 
+  // Told by the gateway. Another one is another gateway's, and nothing of its stream has been shown yet.
+  set origin(seconds) {
+    if (seconds !== this.#origin) {
+      this.#origin = seconds;
+      this.#shown = null;
+    }
+  }
+
   // Seconds between the picture that is shown and now; null while there is none, or its time is not known.
   get age() {
     const now = clock.now();
-    return now === null || this.origin === null || this.#shown === null ? null : now - this.origin - this.#shown;
+    return now === null || this.#origin === null || this.#shown === null ? null : now - this.#origin - this.#shown;
   }
 
   get is_there() {
@@ -95,6 +103,7 @@ export class Picture {
   #begin() {
     const source = new Source();
     this.#source = source;
+    this.#shown = null;
     this.#buffer = null;
     this.#queue = [];
     this.#keys = [];
