@@ -88,7 +88,7 @@ void record(const RecordOptions& options, VideoWatcher& watcher, ArdenvueLink* l
             if (link != nullptr) {
                 ardenvue_link_saw_frame(link, frame.time_ns);
             }
-        } else {
+        } else if (watcher.is_silent()) {
             recording.flush();
         }
         take_state(link, recording);

@@ -28,7 +28,9 @@ std::vector<std::uint8_t> key_picture(VideoWatcher& watcher, Clock::time_point d
     while (stream.empty() && !stop_requested() && Clock::now() < deadline) {
         ArdenvueFrame frame{};
         if (!watcher.next(frame)) {
-            pictures.flush();
+            if (watcher.is_silent()) {
+                pictures.flush();
+            }
             continue;
         }
         if (frame.missed_before > 0 || frame.follows_restart) {

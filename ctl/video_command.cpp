@@ -44,7 +44,7 @@ int run_video(const BoardOptions& board, const VideoOptions& options) {
         ArdenvueFrame frame{};
         if (watcher.next(frame)) {
             format->add(frame);
-        } else {
+        } else if (watcher.is_silent()) {
             format->flush();
         }
     }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "ctl/tcp_port.h"
+#include "formats/access_units.h"
 
 namespace ctl {
 namespace {
@@ -51,6 +52,10 @@ bool VideoWatcher::next(ArdenvueFrame& frame) {
     silent_since_ = Clock::now();
     has_complained_ = false;
     return true;
+}
+
+bool VideoWatcher::is_silent() const {
+    return Clock::now() - silent_since_ >= std::chrono::milliseconds{formats::AccessUnits::silence_ms};
 }
 
 void VideoWatcher::say_why_silent() {

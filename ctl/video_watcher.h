@@ -22,6 +22,9 @@ class VideoWatcher {
     // The next frame; false when none has come for a moment.
     bool next(ArdenvueFrame& frame);
 
+    // Nothing has come for so long that the last picture has all its pieces.
+    bool is_silent() const;
+
     // Why nothing comes; once for each silence. next() does so by itself after 2 s.
     void say_why_silent();
 

@@ -28,13 +28,16 @@ class AccessUnits {
 
     // A picture of more bytes than this is none, and is dropped.
     static constexpr std::size_t limit = 4'194'304;
+    // After so long a silence nothing more comes of a picture. On a busy machine its pieces may be a tenth of
+    // a second apart, and a picture without its end spoils all up to the next key picture.
+    static constexpr int silence_ms = 500;
 
     explicit AccessUnits(Taker taker);
 
     // Takes a piece and hands on the access units that are complete.
     void add(std::span<const std::uint8_t> piece, std::int64_t time_ns);
 
-    // Hands on what waits: at the end, or when nothing has come for so long that nothing will.
+    // Hands on what waits: at the end, or after silence_ms.
     void flush();
 
     // Forgets what waits: pieces are missing from here on.

@@ -57,12 +57,16 @@ void VideoReader::read(ArdenvueVideo* video) {
     bool has_new_header = false;
     formats::AccessUnits pictures{
         [&](const formats::AccessUnit& unit) { has_new_header = hub_.add(unit) || has_new_header; }};
-    while (!stops_) {
+    for (int silence_ms = 0; !stops_;) {
         passes_ += 1;
         ArdenvueFrame frame{};
         if (ardenvue_video_next(video, &frame, look_ms) != 0) {
-            pictures.flush();
+            silence_ms += look_ms;
+            if (silence_ms >= formats::AccessUnits::silence_ms) {
+                pictures.flush();
+            }
         } else {
+            silence_ms = 0;
             if (frame.missed_before > 0 || frame.follows_restart) {
                 pictures.drop();
             }

@@ -26,7 +26,7 @@ FrameSource::~FrameSource() {
 
 void FrameSource::read() {
     constexpr int wait_ms = 20;
-    constexpr int silent_waits = 5;  // then nothing follows that belongs to the last picture
+    constexpr int silent_waits = formats::AccessUnits::silence_ms / wait_ms;
     for (int waits = 0; !is_ending_;) {
         ArdenvueFrame frame{};
         if (ardenvue_video_next(video_.get(), &frame, wait_ms) != 0) {

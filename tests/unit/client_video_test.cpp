@@ -1,8 +1,4 @@
 // The library's reader of live video, on a ring that the test writes as the service does.
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <array>
 #include <memory>
 #include <string>
@@ -13,7 +9,7 @@
 
 #include "ardenvue.h"
 #include "ardenvue/video.h"
-#include "platform/file_descriptor.h"
+#include "tests/unit/written_ring.h"
 
 namespace {
 
@@ -27,51 +23,13 @@ const Bytes key_picture = {0, 0, 0, 1, 0x06, 9, 0, 0, 0, 1, 0x67, 1, 2, 0, 0, 1,
 const Bytes key_from_parameter_set(key_picture.begin() + 6, key_picture.end());
 const Bytes picture = {0, 0, 0, 1, 0x61, 7, 7, 7};
 
-class Ring {
-  public:
-    Ring() : fd_{shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600)} {
-        EXPECT_EQ(ftruncate(fd_.get(), sizeof(FrameRing)), 0);
-        ring_ = static_cast<FrameRing*>(
-            mmap(nullptr, sizeof(FrameRing), PROT_READ | PROT_WRITE, MAP_SHARED, fd_.get(), 0));
-    }
-    ~Ring() {
-        munmap(ring_, sizeof(FrameRing));
-        shm_unlink(name.c_str());
-    }
-    Ring(const Ring&) = delete;
-    Ring& operator=(const Ring&) = delete;
-
-    void write(const Bytes& payload) {
-        ardenvue::FrameSlot& slot = ring_->slots[ring_->next_slot];
-        std::copy(payload.begin(), payload.end(), slot.payload);
-        store(slot.length_low, static_cast<std::uint16_t>(payload.size()));
-        store(slot.frame_number, number_);
-        std::fill_n(slot.flags, 10, std::uint8_t{1});
-        store(ring_->next_slot, static_cast<std::uint16_t>((ring_->next_slot + 1) % 200));
-        store(ring_->newest_frame_number, number_++);
-    }
+struct Ring : WrittenRing {
     // "K" for a key picture, "." for another one.
     void write_all(const std::string& pictures) {
         for (const char kind : pictures) {
             write(kind == 'K' ? key_picture : picture);
         }
     }
-    void restart() {
-        std::fill_n(reinterpret_cast<std::uint8_t*>(ring_), sizeof(FrameRing), std::uint8_t{0});
-        number_ = 0;
-    }
-    void resize(off_t size) { EXPECT_EQ(ftruncate(fd_.get(), size), 0); }
-
-    const std::string name = "/ardenvue-video-test-" + std::to_string(getpid());
-
-  private:
-    static void store(std::uint16_t& field, std::uint16_t value) {
-        __atomic_store_n(&field, value, __ATOMIC_RELEASE);
-    }
-
-    FileDescriptor fd_;
-    FrameRing* ring_;
-    std::uint16_t number_ = 0;
 };
 
 class Video {

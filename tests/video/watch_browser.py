@@ -73,10 +73,15 @@ async function clockOffset() {
 
 const video = document.querySelector('video');
 clockOffset().then(offset => {
+  let last = -1;
   function shown() {
     context.drawImage(video, 0, 0, WIDTH, HEIGHT);
     const number = read(context.getImageData(0, 0, WIDTH, HEIGHT).data);
-    window.watched.push([performance.now() / 1000 + offset, number]);
+    // A canvas may be given a picture before the picture's own callback.
+    if (number < 0 || number !== last) {
+      window.watched.push([performance.now() / 1000 + offset, number]);
+    }
+    last = number;
     video.requestVideoFrameCallback(shown);
   }
   video.requestVideoFrameCallback(shown);
