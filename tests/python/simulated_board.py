@@ -27,10 +27,10 @@ def free_port() -> int:
     raise RuntimeError("no free port")
 
 
-def make_clip(clip: Path, pictures: int) -> Path:
+def make_clip(clip: Path, pictures: int, size: str = "320x240") -> Path:
     """Makes a numbered clip."""
-    command = [ROOT / "scripts/make-numbered-clip", "--pictures", str(pictures), clip]
-    subprocess.run(command, check=True)
+    command = [ROOT / "scripts/make-numbered-clip", "--pictures", str(pictures), "--size", size]
+    subprocess.run([*command, clip], check=True)
     return clip
 
 

@@ -5,7 +5,6 @@ Run by scripts/web-test, which says where the build is, BUILD, and where axe.min
 
 from __future__ import annotations
 
-import base64
 import os
 import subprocess
 import tempfile
@@ -17,37 +16,15 @@ from typing import Any
 from stage import BUILD, LAPTOP, PHONE, Board, Browser, Gateway, Sticks, Wire, make_clip, until
 
 import judge
-import numbered
+from reader import READER, number_of
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 
 LOOP = 1200  # pictures of the clip: 20 s
-SMALL = (100, 75)  # to which pictures are drawn, to read their numbers
 # How old what is called live may be: the page's own 0.6 s, and the moment until it looks again.
 OLDEST_LIVE = 1.0
 # What a stick may take to zero, and what this test's own looking may take.
 STICK_LIMIT = 0.3 + 0.1
-
-# Draws each picture that is shown, small, and keeps the lines that hold its number; and what the
-# page says meanwhile.
-READER = f"""
-const video = document.getElementById('picture');
-const canvas = new OffscreenCanvas({SMALL[0]}, {SMALL[1]});
-const context = canvas.getContext('2d', {{ willReadFrequently: true }});
-window.seen = {{ pictures: [], links: [] }};
-const look = () => {{
-  const at = performance.now() / 1000;
-  context.drawImage(video, 0, 0, {SMALL[0]}, {SMALL[1]});
-  const lines = [0, {SMALL[1]} - 10].map((top) => {{
-    const pixels = context.getImageData(0, top, {SMALL[0]}, 10).data;
-    return String.fromCharCode(...pixels.filter((_, i) => i % 4 === 0));
-  }});
-  seen.pictures.push([at, btoa(lines.join(''))]);
-  video.requestVideoFrameCallback(look);
-}};
-video.requestVideoFrameCallback(look);
-setInterval(() => seen.links.push([performance.now() / 1000, document.body.dataset.link]), 50);
-"""
 
 # Changes a setting to another value than it has.
 CHANGE = """
@@ -80,14 +57,6 @@ WIDE = """return Math.max(...[...document.querySelectorAll('html, #rest, #panel'
   .map((each) => each.scrollWidth - each.clientWidth));"""
 
 
-def number_of(lines: str) -> int | None:
-    """The number of a picture of which the reader has kept ten lines at top and bottom."""
-    luma = base64.b64decode(lines)
-    width, height = SMALL
-    whole = luma[:10 * width] + bytes((height - 20) * width) + luma[10 * width:]
-    return numbered.read(whole, width, height)
-
-
 class PageTest(unittest.TestCase):
     """A board, a gateway and a browser at its page. The simulator has the last word on the run."""
 
@@ -98,9 +67,14 @@ class PageTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls) -> None:
         folder = cls.enterClassContext(tempfile.TemporaryDirectory(prefix="ardenvue-web-"))
-        cls.clip = make_clip(Path(folder) / "clip.h264", LOOP)
+        cls.clip = cls.make_clip(Path(folder))
         cls.browser = Browser()
         cls.addClassCleanup(cls.browser.close)
+
+    @classmethod
+    def make_clip(cls, folder: Path) -> Path:
+        """Of all cases of a class."""
+        return make_clip(folder / "clip.h264", LOOP)
 
     def setUp(self) -> None:
         files = tempfile.TemporaryDirectory(prefix="ardenvue-web-")
@@ -370,6 +344,26 @@ class Interrupted(PageTest):
         until(lambda: page.text("recording").startswith("REC"), "a command by the new gateway")
         errors = [each for each in page.complaints() if "net::ERR" not in each]
         self.assertEqual(errors, [], "but for the connection")
+
+
+class Resized(PageTest):
+    """The camera changes the size of the picture every three seconds."""
+
+    @classmethod
+    def make_clip(cls, folder: Path) -> Path:
+        parts = [make_clip(folder / size, 180, size) for size in ("320x240", "640x360")]
+        clip = folder / "clip.h264"
+        clip.write_bytes(b"".join(part.read_bytes() for part in parts))
+        return clip
+
+    def test_goes_on_in_the_same_stream(self) -> None:
+        page = self.browser
+        for width in (320, 640, 320):
+            until(lambda: page.js("return picture.videoWidth") == width, f"{width} columns")
+            page.wait_for("live")
+        until(lambda: "320x240 now" in page.text("log"), "that it is told")
+        self.assertNotIn("lost", page.text("log"))
+        self.assert_quiet()
 
 
 class Guarded(PageTest):
