@@ -1,7 +1,6 @@
 #include "ctl/gateway_bridge.h"
 
 #include <arpa/inet.h>
-#include <curl/curl.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -16,8 +15,7 @@
 #include <thread>
 #include <utility>
 
-#include <cjson/cJSON.h>
-
+#include "ctl/gateway_request.h"
 #include "ctl/seconds.h"
 #include "platform/file_descriptor.h"
 
@@ -27,19 +25,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int look_ms = 100;
-constexpr auto retry_interval = 1s;
+constexpr std::chrono::seconds retry_interval{1};
+constexpr std::chrono::seconds refused_interval{15};
 constexpr auto answer_patience = 15s;
-constexpr long request_patience_ms = 10'000;
-constexpr std::size_t longest_line = 100'000;
-
-struct CurlDeleter {
-    void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-struct JsonDeleter {
-    void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
 
 sockaddr_in loopback(std::uint16_t port) {
     sockaddr_in address{};
@@ -49,132 +37,30 @@ sockaddr_in loopback(std::uint16_t port) {
     return address;
 }
 
-std::string decode_base64(std::string_view text) {
-    std::string bytes;
-    std::uint32_t bits = 0;
-    int count = 0;
-    for (const char c : text) {
-        const int digit = c >= 'A' && c <= 'Z'   ? c - 'A'
-                          : c >= 'a' && c <= 'z' ? c - 'a' + 26
-                          : c >= '0' && c <= '9' ? c - '0' + 52
-                          : c == '+'             ? 62
-                          : c == '/'             ? 63
-                                                 : -1;
-        if (digit < 0) {
-            break;
-        }
-        bits = bits << 6 | static_cast<std::uint32_t>(digit);
-        count += 6;
-        if (count >= 8) {
-            count -= 8;
-            bytes += static_cast<char>(bits >> count & 0xFF);
-        }
+// An address of this machine can be bound. Whoever holds the port is sent the token, but nobody elsewhere.
+bool is_of_this_machine(const std::string& url) {
+    const std::unique_ptr<CURLU, CurlDeleter> parsed{curl_url()};
+    char* part = nullptr;
+    if (curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
+        curl_url_get(parsed.get(), CURLUPART_HOST, &part, 0) != CURLUE_OK) {
+        return false;
     }
-    return bytes;
+    std::string host{part};
+    curl_free(part);
+    std::erase_if(host, [](char c) { return c == '[' || c == ']'; });
+    sockaddr_in ipv4{};
+    ipv4.sin_family = AF_INET;
+    sockaddr_in6 ipv6{};
+    ipv6.sin6_family = AF_INET6;
+    const auto is_here = [](const auto& address) {
+        const FileDescriptor probe{socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+        const FileDescriptor probe4{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+        const auto* const name = reinterpret_cast<const sockaddr*>(&address);
+        return bind(name->sa_family == AF_INET ? probe4.get() : probe.get(), name, sizeof address) == 0;
+    };
+    return (inet_pton(AF_INET, host.c_str(), &ipv4.sin_addr) == 1 && is_here(ipv4)) ||
+           (inet_pton(AF_INET6, host.c_str(), &ipv6.sin6_addr) == 1 && is_here(ipv6));
 }
-
-// A request to the gateway; what comes is handed on as it comes.
-class Request {
-  public:
-    Request(const GatewayAddress& gateway, const std::string& path) : curl_{curl_easy_init()} {
-        set(CURLOPT_URL, (gateway.url + path).c_str());
-        set(CURLOPT_PROTOCOLS_STR, "http,https");
-        set(CURLOPT_NOSIGNAL, 1L);
-        set(CURLOPT_CONNECTTIMEOUT_MS, request_patience_ms);
-        set(CURLOPT_WRITEFUNCTION, &Request::on_bytes);
-        set(CURLOPT_WRITEDATA, this);
-        if (!gateway.token.empty()) {
-            add_header("Authorization: Bearer " + gateway.token);
-        }
-    }
-    virtual ~Request() = default;
-    Request(const Request&) = delete;
-    Request& operator=(const Request&) = delete;
-
-    void add_header(const std::string& line) {
-        headers_.reset(curl_slist_append(headers_.release(), line.c_str()));
-        set(CURLOPT_HTTPHEADER, headers_.get());
-    }
-    template <typename Value>
-    void set(CURLoption option, Value value) {
-        curl_easy_setopt(curl_.get(), option, value);
-    }
-
-    // Empty when all went well, else what is to be told.
-    std::string perform() {
-        const CURLcode code = curl_easy_perform(curl_.get());
-        long status = 0;
-        curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &status);
-        if (status >= 400) {
-            const Json json{cJSON_Parse(text.c_str())};
-            const char* const why =
-                cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(json.get(), "error"));
-            return why != nullptr ? why : "HTTP status " + std::to_string(status);
-        }
-        return code == CURLE_OK ? "" : curl_easy_strerror(code);
-    }
-
-    std::string text;  // what came and was not taken
-
-  protected:
-    // True when the bytes were taken; nothing more is kept of what is too long.
-    virtual bool take(std::string_view bytes) {
-        text.append(bytes.substr(0, longest_line - std::min(longest_line, text.size())));
-        return true;
-    }
-    bool is_refused() {
-        long status = 0;
-        curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &status);
-        return status >= 400;
-    }
-
-  private:
-    static std::size_t on_bytes(const char* bytes, std::size_t one, std::size_t size, void* self) {
-        return static_cast<Request*>(self)->take({bytes, size}) ? one * size : 0;
-    }
-
-    std::unique_ptr<CURL, CurlDeleter> curl_;
-    std::unique_ptr<curl_slist, CurlDeleter> headers_;
-};
-
-// Server-sent events (HTML Living Standard, 9.2), one line of data each.
-class EventRequest : public Request {
-  public:
-    EventRequest(const GatewayAddress& gateway,
-                 std::function<void(std::string_view, std::string_view)> on_event,
-                 const std::atomic<bool>& stops)
-        : Request{gateway, "/api/events?reports=1"}, on_event_{std::move(on_event)}, stops_{stops} {
-        // The gateway says something every two seconds.
-        set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-        set(CURLOPT_LOW_SPEED_TIME, 6L);
-        set(CURLOPT_NOPROGRESS, 0L);
-        set(CURLOPT_XFERINFOFUNCTION, &EventRequest::on_progress);
-        set(CURLOPT_XFERINFODATA, this);
-    }
-
-  private:
-    bool take(std::string_view bytes) override {
-        Request::take(bytes);
-        for (std::size_t end = text.find('\n'); !is_refused() && end != std::string::npos;
-             end = text.find('\n')) {
-            const std::string line = text.substr(0, end);
-            text.erase(0, end + 1);
-            if (line.starts_with("event: ")) {
-                event_ = line.substr(7);
-            } else if (line.starts_with("data: ")) {
-                on_event_(event_, std::string_view{line}.substr(6));
-            }
-        }
-        return text.size() < longest_line;
-    }
-    static int on_progress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-        return static_cast<EventRequest*>(self)->stops_ ? 1 : 0;
-    }
-
-    std::function<void(std::string_view, std::string_view)> on_event_;
-    const std::atomic<bool>& stops_;
-    std::string event_;
-};
 
 }  // namespace
 
@@ -183,14 +69,16 @@ std::optional<std::string> find_gateway(const std::string& address, std::uint16_
     sockaddr_in holder = loopback(status_port);
     inet_pton(AF_INET, address.c_str(), &holder.sin_addr);
     constexpr std::string_view question = "?gateway";
-    sendto(asking.get(), question.data(), question.size(), 0, reinterpret_cast<const sockaddr*>(&holder),
-           sizeof holder);
+    if (connect(asking.get(), reinterpret_cast<const sockaddr*>(&holder), sizeof holder) != 0) {
+        return std::nullopt;
+    }
+    send(asking.get(), question.data(), question.size(), 0);
     pollfd readable{asking.get(), POLLIN, 0};
     std::string answer(300, '\0');
     const ssize_t size =
         poll(&readable, 1, 500) == 1 ? recv(asking.get(), answer.data(), answer.size(), MSG_DONTWAIT) : 0;
     answer.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-    return answer.starts_with("http") ? std::optional{answer} : std::nullopt;
+    return is_of_this_machine(answer) ? std::optional{answer} : std::nullopt;
 }
 
 class GatewayBridge::Threads {
@@ -206,8 +94,10 @@ class GatewayBridge::Threads {
             throw std::runtime_error(gateway_.url + " is no ardenvue-gateway");
         }
         const sockaddr_in any = loopback(0);
-        if (bind(socket_.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0) {
-            throw std::runtime_error("a loopback socket can't be bound");
+        // Connected: from anybody else than the link nothing is taken, as it would be sent with our token.
+        if (bind(socket_.get(), reinterpret_cast<const sockaddr*>(&any), sizeof any) != 0 ||
+            connect(socket_.get(), reinterpret_cast<const sockaddr*>(&link_), sizeof link_) != 0) {
+            throw std::runtime_error("a loopback socket can't be connected");
         }
         listening_ = std::thread{[this] { listen(); }};
         handing_on_ = std::thread{[this] { hand_on(); }};
@@ -223,19 +113,30 @@ class GatewayBridge::Threads {
     bool wait_for_answers(unsigned count) {
         std::unique_lock guard{lock_};
         const bool all = answered_.wait_for(guard, answer_patience, [&] { return answers_ >= count; });
-        const std::string problem = all ? problem_ : "no answer to the command";
-        if (!problem.empty()) {
-            std::fprintf(stderr, "ardenvue-ctl: %s: %s\n", gateway_.url.c_str(), problem.c_str());
+        if (!all) {
+            say("no answer to the command");
         }
-        return problem.empty();
+        return all && !has_refused_;
     }
 
+    const std::string& url() const { return gateway_.url; }
+
   private:
+    void say(const std::string& problem) const {
+        std::fprintf(stderr, "ardenvue-ctl: %s: %s\n", gateway_.url.c_str(), problem.c_str());
+    }
+
     void listen() {
         while (!stops_) {
             EventRequest events{gateway_, [this](auto event, auto data) { take(event, data); }, stops_};
-            events.perform();  // whatever ended it, it is tried again
-            for (auto again = Clock::now() + retry_interval; !stops_ && Clock::now() < again;) {
+            const std::string problem = events.perform();
+            // One that refuses us is not asked often: it takes that for guessing.
+            const bool is_refused = events.is_refused();
+            if (is_refused) {
+                say(problem);
+            }
+            for (auto again = Clock::now() + (is_refused ? refused_interval : retry_interval);
+                 !stops_ && Clock::now() < again;) {
                 std::this_thread::sleep_for(50ms);
             }
         }
@@ -245,8 +146,7 @@ class GatewayBridge::Threads {
         if (event == "report") {
             const std::string datagram = decode_base64(data);
             if (!datagram.empty()) {
-                sendto(socket_.get(), datagram.data(), datagram.size(), 0,
-                       reinterpret_cast<const sockaddr*>(&link_), sizeof link_);
+                send(socket_.get(), datagram.data(), datagram.size(), 0);
             }
         } else if (event == "state") {
             const Json state{cJSON_ParseWithLength(data.data(), data.size())};
@@ -283,9 +183,12 @@ class GatewayBridge::Threads {
         request.set(CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
         request.set(CURLOPT_POSTFIELDS, body.c_str());
         const std::string problem = request.perform();
+        if (!problem.empty()) {
+            say(problem);
+        }
         const std::lock_guard guard{lock_};
         answers_ += 1;
-        problem_ = problem;
+        has_refused_ = has_refused_ || !problem.empty();
         answered_.notify_all();
     }
 
@@ -297,7 +200,7 @@ class GatewayBridge::Threads {
     std::mutex lock_;
     std::condition_variable answered_;
     unsigned answers_ = 0;
-    std::string problem_;  // of the newest command
+    bool has_refused_ = false;
     std::thread listening_;
     std::thread handing_on_;
 };
@@ -309,6 +212,10 @@ GatewayBridge::~GatewayBridge() = default;
 
 std::int64_t GatewayBridge::newest_frame() const {
     return threads_->newest_frame();
+}
+
+const std::string& GatewayBridge::url() const {
+    return threads_->url();
 }
 
 bool GatewayBridge::wait_for_answers(unsigned count) {

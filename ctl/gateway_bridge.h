@@ -30,6 +30,8 @@ class GatewayBridge {
     // When the gateway saw its newest frame, CLOCK_MONOTONIC of this machine; 0: none yet.
     std::int64_t newest_frame() const;
 
+    const std::string& url() const;
+
     // Waits until the gateway has answered to so many commands. False when it refused one, or does not
     // answer; has then said why.
     bool wait_for_answers(unsigned count);

@@ -114,7 +114,7 @@ void listen(ArdenvueLink* link) {
     }
 }
 
-void update(MonitorState& state, const VideoFeed& video) {
+void update(MonitorState& state, const Link& link, const VideoFeed& video) {
     state.now = Clock::now();
     if (video.totals().frames != state.ring.frames) {
         state.frame_time = state.now;
@@ -123,7 +123,9 @@ void update(MonitorState& state, const VideoFeed& video) {
     ardenvue_link_gimbal_focus(state.link, &state.record);
     state.service = ardenvue_link_service(state.link);
     state.ring = video.totals();
-    state.ring_problem = video.open() ? "" : video.problem();
+    state.ring_problem = video.open()                ? ""
+                         : link.get_deleter().bridge ? "no frame ring here; the gateway serves the picture"
+                                                     : video.problem();
 }
 
 // Listens, reads the ring and plays the script until something ends it: the time, the script, the user, a
@@ -139,7 +141,7 @@ void watch(const MonitorOptions& options, const Link& link, VideoFeed& video, Sc
         look_at_frames(link);
         video.poll();
         state.running_seconds = in_seconds(Clock::now() - start);
-        update(state, video);
+        update(state, link, video);
         if (rate.due()) {
             rates.update(state);
             state.picture_size = video.picture_size();

@@ -6,7 +6,10 @@
 
 namespace ctl {
 
-class GatewayBridge::Threads {};
+class GatewayBridge::Threads {
+  public:
+    std::string url;
+};
 
 std::optional<std::string> find_gateway(const std::string& /*address*/, std::uint16_t /*status_port*/) {
     return std::nullopt;
@@ -20,6 +23,10 @@ GatewayBridge::~GatewayBridge() = default;
 
 std::int64_t GatewayBridge::newest_frame() const {
     return 0;
+}
+
+const std::string& GatewayBridge::url() const {
+    return threads_->url;
 }
 
 bool GatewayBridge::wait_for_answers(unsigned /*count*/) {

@@ -132,7 +132,8 @@ int run_send(const BoardOptions& board, const SendOptions& options) {
     }
     const int number = options.raw.empty() ? ardenvue_send(link.get(), words.c_str())
                                            : ardenvue_send_json(link.get(), options.raw.c_str());
-    const std::string service = ardenvue_link_service(link.get());
+    const auto& bridge = link.get_deleter().bridge;
+    const std::string service = bridge ? bridge->url() : ardenvue_link_service(link.get());
     if (number < 0) {
         std::fprintf(stderr, "ardenvue-ctl: %s to %s\n", ardenvue_link_problem(link.get()), service.c_str());
         return unusable;

@@ -2,6 +2,8 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 
+#include <set>
+
 #include "tests/blackbox/gateway_stage.h"
 
 namespace gateway_stage {
@@ -194,6 +196,22 @@ class GatewayBesideService : public Ctl {
                   static_cast<ssize_t>(sizeof read));
         return read;
     }
+    static bool camera_has(const std::string& meaning) {
+        return std::ranges::any_of(stage().camera().commands(),
+                                   [&](const auto& c) { return c.meaning == meaning; });
+    }
+    // Ports of this machine's UDP sockets (proc(5)).
+    static std::set<std::uint16_t> udp_ports() {
+        std::set<std::uint16_t> ports;
+        std::ifstream table{"/proc/net/udp"};
+        unsigned port = 0;
+        for (std::string line; std::getline(table, line);) {
+            if (std::sscanf(line.c_str(), " %*s %*[0-9A-F]:%x", &port) == 1) {
+                ports.insert(static_cast<std::uint16_t>(port));
+            }
+        }
+        return ports;
+    }
     static std::string control_of(const HttpReply& taken) {
         return "X-Ardenvue-Control: " + at(taken.json(), "token");
     }
@@ -265,8 +283,28 @@ TEST_F(GatewayBesideService, TheClientGoesByWayOfItAndSaysWhatItSays) {
         EXPECT_EQ(result.code, c.code) << c.arguments << result.output;
         EXPECT_THAT(result.output, HasSubstr(c.said)) << c.arguments;
     }
-    gateway->ask("POST /api/control", R"({"action":"take","name":"phone"})",
-                 {"Authorization: Bearer " + token.substr(0, 64)});
+    // What others send to the client's own ports is not sent on with its token.
+    const std::string right = "Authorization: Bearer " + token.substr(0, 64);
+    const std::set<std::uint16_t> before = udp_ports();
+    std::FILE* const monitoring =
+        popen(("exec " CTL_PATH " " + far + known + " monitor --lines").c_str(), "re");
+    std::string shown(4096, '\0');
+    EXPECT_NE(std::fgets(shown.data(), static_cast<int>(shown.size()), monitoring), nullptr);
+    const Peer stranger;
+    for (const std::uint16_t port : udp_ports()) {
+        if (before.count(port) == 0 && port != stranger.port) {
+            stranger.send(R"(!{"cmd":"shutter","param":"1/8000"})", port);
+        }
+    }
+    EXPECT_EQ(at(gateway->ask("POST /api/command", R"({"words":"shutter 1/1000","wait":20})", {right}).json(),
+                 "result"),
+              "confirmed");
+    EXPECT_NE(std::fgets(shown.data(), static_cast<int>(shown.size()), monitoring), nullptr);
+    pclose(monitoring);
+    EXPECT_FALSE(camera_has("shutter 1/8000"));
+    EXPECT_TRUE(camera_has("shutter 1/1000"));
+
+    gateway->ask("POST /api/control", R"({"action":"take","name":"phone"})", {right});
     const Result refused = run_ctl(by_port + known + " send iso 100");
     EXPECT_EQ(refused.code, ctl::unusable);
     EXPECT_THAT(refused.output, HasSubstr("phone has the controls"));
