@@ -2,4 +2,5 @@
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(triplet aarch64-linux-gnu)
 set(emulator qemu-aarch64-static -cpu cortex-a53)
+set(unpacked ${CMAKE_CURRENT_LIST_DIR}/../../build/cross/arm64/lib)
 include(${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake)

@@ -2,6 +2,7 @@
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(triplet arm-linux-gnueabihf)
 set(emulator qemu-arm-static -cpu cortex-a7)
+set(unpacked ${CMAKE_CURRENT_LIST_DIR}/../../build/cross/armhf/lib)
 # GCC says of each call that its release 7 changed the convention; nothing here meets code of an older one.
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 include(${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake)

@@ -96,7 +96,7 @@ TEST(VideoHub, WhoCannotFollowSkipsToAKeyPicture) {
         const std::uint64_t skipped = slow.skipped;
         if (hub.next(slow, source.now + VideoHub::newcomers_time) && slow.skipped != skipped) {
             // What follows on a gap is a key picture.
-            EXPECT_TRUE(source.keys[slow.next - 2]) << round;
+            EXPECT_TRUE(source.keys[static_cast<std::size_t>(slow.next - 2)]) << round;
         }
         EXPECT_GE(slow.next, taken);
         taken = slow.next;
