@@ -2,6 +2,7 @@
 
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -163,6 +164,7 @@ Server::Daemon::~Daemon() {
 }
 
 void Server::Daemon::run() {
+    pthread_setname_np(pthread_self(), "http");
     const int epoll = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
     TimePoint next_sweep{};
     while (!stops_) {

@@ -1,5 +1,7 @@
 #include "gateway/stick_hand.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -49,6 +51,7 @@ StickHand::Inputs StickHand::wanted(TimePoint now) const {
 }
 
 void StickHand::run() {
+    pthread_setname_np(pthread_self(), "sticks");
     std::unique_lock guard{lock_};
     TimePoint moved_at{};
     while (!stops_) {

@@ -1,5 +1,7 @@
 #include "gateway/video_reader.h"
 
+#include <pthread.h>
+
 #include <cstdio>
 #include <memory>
 #include <utility>
@@ -31,6 +33,7 @@ VideoReader::~VideoReader() {
 }
 
 void VideoReader::run() {
+    pthread_setname_np(pthread_self(), "video");
     std::string told;
     TimePoint next_try{};
     while (!stops_) {
