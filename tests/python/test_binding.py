@@ -156,8 +156,11 @@ class Live(unittest.TestCase):
         self.assertFalse(any(record.read_bytes()))
 
     def test_an_interrupt_ends_a_wait(self) -> None:
-        code = f"from ardenvue import Link; Link({free_port()}).wait()"
-        waiting = subprocess.Popen([sys.executable, "-c", code], stderr=subprocess.PIPE)
+        code = f"from ardenvue import Link; l = Link({free_port()}); print(1, flush=True); l.wait()"
+        command = [sys.executable, "-c", code]
+        waiting = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        # Before that line an interpreter that only starts would die without a word.
+        waiting.stdout.readline()
         ports = Path("/proc") / str(waiting.pid) / "wchan"
         end = time.monotonic() + PATIENCE
         while "poll" not in ports.read_text() and time.monotonic() < end:
