@@ -159,7 +159,8 @@ class Live(unittest.TestCase):
         # Whoever starts the tests in the background may have them ignore interrupts.
         code = (
             "import signal; signal.signal(signal.SIGINT, signal.default_int_handler)\n"
-            f"from ardenvue import Link; link = Link({free_port()}); print(1, flush=True); link.wait()"
+            f"from ardenvue import Link; link = Link({free_port()}); print(1, flush=True)\n"
+            "link.wait()"
         )
         command = [sys.executable, "-c", code]
         waiting = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
