@@ -26,6 +26,7 @@
 #include <string_view>
 #include <vector>
 
+#include "formats/ipv4.h"
 #include "platform/file_descriptor.h"
 #include "sim/remote/clip.h"
 
@@ -185,10 +186,7 @@ bool connect_to(Viewer& viewer, std::uint16_t port, const std::string& path) {
         setsockopt(viewer.socket.get(), SOL_SOCKET, SO_RCVBUF, &slow_receive_buffer,
                    sizeof slow_receive_buffer);
     }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const sockaddr_in address = formats::loopback(port);
     viewer.began = now();
     const std::string request =
         "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n\r\n";

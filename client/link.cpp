@@ -16,6 +16,7 @@
 #include <optional>
 
 #include "client/monotonic.h"
+#include "formats/ipv4.h"
 
 namespace client {
 namespace {
@@ -60,10 +61,6 @@ std::optional<sockaddr_in> parse_host_and_port(std::string_view text) {
 
 FileDescriptor new_socket() {
     return FileDescriptor{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
-}
-
-bool is_same(const sockaddr_in& a, const sockaddr_in& b) {
-    return a.sin_addr.s_addr == b.sin_addr.s_addr && a.sin_port == b.sin_port;
 }
 
 }  // namespace
@@ -198,12 +195,12 @@ int ArdenvueLink::take(std::span<const std::uint8_t> datagram, const sockaddr_in
 // before a record; when it was restarted it sends from another port, and is taken up there once the old one
 // has been silent.
 bool ArdenvueLink::is_service(const sockaddr_in& source, ArdenvueReport report, Nanoseconds now) const {
-    return client::is_same(source, service) || !hears_service(now) ||
+    return formats::is_same(source, service) || !hears_service(now) ||
            (report == ARDENVUE_STATUS_LINE && !is_known_by_line);
 }
 
 void ArdenvueLink::take_up(const sockaddr_in& source) {
-    if (client::is_same(source, service)) {
+    if (formats::is_same(source, service)) {
         return;
     }
     totals.restarts += knows_service() && is_known_by_line ? 1U : 0U;

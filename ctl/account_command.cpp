@@ -12,11 +12,12 @@
 
 #include "ctl/exit_codes.h"
 #include "ctl/subcommands.h"
+#include "formats/json.h"
 
 namespace ctl {
 namespace {
 
-using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+using formats::Json;
 
 // The report of the simulator: NAME=VALUE lines, PROBLEM as often as there was one.
 struct Sent {
@@ -106,7 +107,7 @@ int run_account(const AccountOptions& options) {
     const Sent sent = read_sent(std::ifstream{options.sent});
     std::ifstream file{options.seen};
     const std::string text{std::istreambuf_iterator<char>{file}, {}};
-    const Json report{cJSON_Parse(text.c_str()), cJSON_Delete};
+    const Json report{cJSON_Parse(text.c_str())};
     if (sent.values.empty() || !report) {
         std::fprintf(stderr, "ardenvue-ctl: %s is no report\n",
                      (report ? options.sent : options.seen).c_str());

@@ -17,6 +17,7 @@
 
 #include "ctl/gateway_request.h"
 #include "ctl/seconds.h"
+#include "formats/ipv4.h"
 #include "platform/file_descriptor.h"
 
 namespace ctl {
@@ -29,13 +30,7 @@ constexpr std::chrono::seconds retry_interval{1};
 constexpr std::chrono::seconds refused_interval{15};
 constexpr auto answer_patience = 15s;
 
-sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
+using formats::loopback;
 
 // An address of this machine can be bound. Whoever holds the port is sent the token, but nobody elsewhere.
 bool is_of_this_machine(const std::string& url) {
@@ -53,10 +48,9 @@ bool is_of_this_machine(const std::string& url) {
     sockaddr_in6 ipv6{};
     ipv6.sin6_family = AF_INET6;
     const auto is_here = [](const auto& address) {
-        const FileDescriptor probe{socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-        const FileDescriptor probe4{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
         const auto* const name = reinterpret_cast<const sockaddr*>(&address);
-        return bind(name->sa_family == AF_INET ? probe4.get() : probe.get(), name, sizeof address) == 0;
+        const FileDescriptor probe{socket(name->sa_family, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+        return bind(probe.get(), name, sizeof address) == 0;
     };
     return (inet_pton(AF_INET, host.c_str(), &ipv4.sin_addr) == 1 && is_here(ipv4)) ||
            (inet_pton(AF_INET6, host.c_str(), &ipv6.sin6_addr) == 1 && is_here(ipv6));

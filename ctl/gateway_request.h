@@ -12,9 +12,8 @@
 #include <string_view>
 #include <utility>
 
-#include <cjson/cJSON.h>
-
 #include "ctl/gateway_bridge.h"
+#include "formats/json.h"
 
 namespace ctl {
 
@@ -26,10 +25,7 @@ struct CurlDeleter {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
     void operator()(CURLU* url) const { curl_url_cleanup(url); }
 };
-struct JsonDeleter {
-    void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using formats::Json;
 
 // RFC 4648, section 4; up to the first character that is none of it.
 inline std::string decode_base64(std::string_view text) {

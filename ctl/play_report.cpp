@@ -9,6 +9,7 @@
 #include <cjson/cJSON.h>
 
 #include "ctl/seconds.h"
+#include "formats/json.h"
 
 namespace ctl {
 namespace {
@@ -47,7 +48,7 @@ void add_commands(cJSON* root, const ScriptPlayer& player, Clock::time_point sta
 
 bool write_report(const std::string& path, const MonitorState& state, const VideoFeed& video,
                   Clock::time_point start) {
-    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> root{cJSON_CreateObject(), cJSON_Delete};
+    const formats::Json root{cJSON_CreateObject()};
     cJSON_AddNumberToObject(root.get(), "seconds", in_seconds(Clock::now() - start));
     if (state.player != nullptr) {
         add_commands(root.get(), *state.player, start);

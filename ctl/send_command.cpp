@@ -1,10 +1,7 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <memory>
 #include <string>
-
-#include <cjson/cJSON.h>
 
 #include "ctl/exit_codes.h"
 #include "ctl/output.h"
@@ -12,6 +9,7 @@
 #include "ctl/service_link.h"
 #include "ctl/stop_signal.h"
 #include "ctl/subcommands.h"
+#include "formats/json.h"
 
 namespace ctl {
 namespace {
@@ -19,8 +17,7 @@ namespace {
 // Looks at what is to be sent: a command of the table, or an object as given, which only its json tells.
 int check(const SendOptions& options, ArdenvueCommand& command, std::string& words) {
     if (!options.raw.empty()) {
-        const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> parsed{cJSON_Parse(options.raw.c_str()),
-                                                                     cJSON_Delete};
+        const formats::Json parsed{cJSON_Parse(options.raw.c_str())};
         if (!cJSON_IsObject(parsed.get())) {
             std::fprintf(stderr, "ardenvue-ctl: --raw is no JSON object: %s\n", options.raw.c_str());
             return bad_usage;

@@ -262,11 +262,11 @@ bool Interface::Pulse::moves(std::uint64_t now_passes, TimePoint now) {
 }
 
 Reply Interface::health(const Request& /*request*/, const ClientTotals& /*clients*/) {
-    constexpr std::string_view words[] = {"down", "silent", "live"};
     const TimePoint now = Clock::now();
     const bool station_moves = station_seen_.moves(station_.passes(), now);
     const bool reader_moves = reader_seen_.moves(reader_.passes(), now);
-    Reply reply = text("text/plain", "link " + std::string{words[station_.totals().link_state]} + "\n");
+    Reply reply =
+        text("text/plain", "link " + std::string{link_state_words[station_.totals().link_state]} + "\n");
     if (!station_moves || !reader_moves) {
         reply.status = 503;
         reply.body = "a thread of the gateway stands still\n";

@@ -5,14 +5,11 @@
 #include <string>
 #include <string_view>
 
-#include <cjson/cJSON.h>
+#include "formats/json.h"
 
 namespace gateway {
 
-struct JsonDeleter {
-    void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using formats::Json;
 
 // An object on one line.
 inline std::string to_text(const Json& json) {

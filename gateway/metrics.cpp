@@ -38,10 +38,9 @@ std::string metrics_text(const StationTotals& station, const VideoReader::Totals
     Exposition out;
     out.family("ardenvue_link_state", "gauge",
                "1 for the state that the link to the remote controller is in.");
-    for (const auto& [state, name] :
-         {std::pair{ARDENVUE_LINK_DOWN, "down"}, std::pair{ARDENVUE_LINK_SILENT, "silent"},
-          std::pair{ARDENVUE_LINK_LIVE, "live"}}) {
-        out.sample(station.link_state == state ? 1 : 0, std::string{"state=\""} + name + "\"");
+    for (const ArdenvueLinkState state : {ARDENVUE_LINK_DOWN, ARDENVUE_LINK_SILENT, ARDENVUE_LINK_LIVE}) {
+        out.sample(station.link_state == state ? 1 : 0,
+                   "state=\"" + std::string{link_state_words[state]} + "\"");
     }
     out.single("ardenvue_frames_total", "counter", "Frames of the live video read.", count(video.frames));
     out.single("ardenvue_video_bytes_total", "counter", "Bytes of the live video read.", count(video.bytes));

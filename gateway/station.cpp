@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "client/link.h"
+#include "formats/ipv4.h"
 #include "gateway/address.h"
 #include "gateway/json_text.h"
 
@@ -17,6 +18,7 @@ namespace gateway {
 namespace {
 
 using namespace std::chrono_literals;
+using formats::is_same;
 
 constexpr int pass_ms = 50;
 // Of one kind in a pass, so that a flood of one can't keep the others waiting.
@@ -28,10 +30,6 @@ constexpr auto longest_pause = 1s;
 constexpr std::size_t largest_datagram = 65'536;
 // What ardenvue-ctl asks to find the gateway that holds the port.
 constexpr std::string_view question = "?gateway";
-
-bool is_same(const sockaddr_in& a, const sockaddr_in& b) {
-    return a.sin_addr.s_addr == b.sin_addr.s_addr && a.sin_port == b.sin_port;
-}
 
 std::string_view as_text(std::span<const std::uint8_t> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -210,7 +208,6 @@ void Station::say_link_changes() {
     }
     if (std::exchange(link_state_, state) != state) {
         events_.add(EventKind::service, service_event(words[state]));
-        is_state_due_ = true;
         state_told_ = {};
     }
 }

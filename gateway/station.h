@@ -40,6 +40,9 @@ struct CommandRequest {
     std::string token;  // of the controls; empty: the sender has not taken them
 };
 
+// By ArdenvueLinkState, as the state's JSON has them.
+constexpr std::string_view link_state_words[] = {"down", "silent", "live"};
+
 struct StationTotals {
     ArdenvueLinkTotals link;
     ArdenvueLinkState link_state;

@@ -14,18 +14,12 @@
 #include <string>
 #include <vector>
 
+#include "formats/ipv4.h"
 #include "platform/file_descriptor.h"
 
 namespace sim {
 
-// The address 127.0.0.1 with a port, in network byte order.
-inline sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
-}
+using formats::loopback;
 
 // A connection to a TCP port, with a receive buffer of the given size unless 0; none when nobody listens.
 inline FileDescriptor connect_to(std::uint16_t port, int receive_buffer = 0) {

@@ -14,21 +14,12 @@ namespace gateway_stage {
 
 using namespace ctl_stage;
 
-inline sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
+using sim::loopback;
 
 // A connection to a server of this machine.
 class Http {
   public:
-    explicit Http(std::uint16_t port) : socket_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
-        const sockaddr_in address = loopback(port);
-        EXPECT_EQ(connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    }
+    explicit Http(std::uint16_t port) : socket_{sim::connect_to(port)} { EXPECT_TRUE(socket_); }
 
     void send(const std::string& bytes) const {
         ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);

@@ -9,6 +9,7 @@
 
 #include <cjson/cJSON.h>
 
+#include "formats/ipv4.h"
 #include "fuzz.h"
 #include "gateway/server.h"
 
@@ -18,13 +19,7 @@ using namespace gateway;
 
 constexpr const char* token = "0123456789abcdef0123456789abcdef";
 
-sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
+using formats::loopback;
 
 FileDescriptor open_socket(int type, std::uint16_t port, bool connects) {
     FileDescriptor opened{socket(AF_INET, type | SOCK_CLOEXEC, 0)};
